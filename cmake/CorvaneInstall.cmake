@@ -1,0 +1,71 @@
+# Install rules, package files and the .deb. Folders may be relative or absolute.
+include(CMakePackageConfigHelpers)
+
+set(CORVANE_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/corvane_monitor")
+set(CORVANE_PKGCONFIG_DIR "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+set(CORVANE_HEADER_DIR "${CMAKE_INSTALL_INCLUDEDIR}/corvane_monitor")
+
+# A folder as the .pc files name it: below their own place, so that the tree can be moved, unless
+# the folder was given as absolute.
+function(corvane_pc_folder variable folder)
+    if(IS_ABSOLUTE "${folder}")
+        set(${variable} "${folder}" PARENT_SCOPE)
+    else()
+        set(${variable} "\${prefix}/${folder}" PARENT_SCOPE)
+    endif()
+endfunction()
+corvane_pc_folder(CORVANE_PC_LIBDIR "${CMAKE_INSTALL_LIBDIR}")
+corvane_pc_folder(CORVANE_PC_HEADER_DIR "${CORVANE_HEADER_DIR}")
+if(IS_ABSOLUTE "${CORVANE_PKGCONFIG_DIR}")
+    set(CORVANE_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+else()
+    file(RELATIVE_PATH CORVANE_PC_UP "/${CORVANE_PKGCONFIG_DIR}" "/")
+    string(REGEX REPLACE "/$" "" CORVANE_PC_UP "${CORVANE_PC_UP}")
+    set(CORVANE_PC_PREFIX "\${pcfiledir}/${CORVANE_PC_UP}")
+endif()
+
+function(corvane_install_library target)
+    install(
+        TARGETS ${target}
+        EXPORT ${target}-targets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        PUBLIC_HEADER DESTINATION ${CORVANE_HEADER_DIR})
+    install(
+        EXPORT ${target}-targets
+        NAMESPACE corvane::
+        DESTINATION ${CORVANE_CMAKE_DIR})
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/${target}.pc.in
+                   ${PROJECT_BINARY_DIR}/${target}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${target}.pc DESTINATION ${CORVANE_PKGCONFIG_DIR})
+endfunction()
+
+corvane_install_library(corvane_monitor)
+configure_package_config_file(
+    cmake/corvane_monitor-config.cmake.in ${PROJECT_BINARY_DIR}/corvane_monitor-config.cmake
+    INSTALL_DESTINATION ${CORVANE_CMAKE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/corvane_monitor-config-version.cmake
+                                 COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/corvane_monitor-config.cmake
+              ${PROJECT_BINARY_DIR}/corvane_monitor-config-version.cmake
+        DESTINATION ${CORVANE_CMAKE_DIR})
+
+if(CORVANE_BUILD_HOST)
+    corvane_install_library(corvane_host)
+    install(TARGETS corvane-monitor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(FILES ${PROJECT_SOURCE_DIR}/docs/corvane-monitor.1
+            DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()
+
+if(PROJECT_IS_TOP_LEVEL)
+    set(CPACK_GENERATOR DEB)
+    set(CPACK_PACKAGE_NAME corvane-monitor)
+    set(CPACK_PACKAGE_VENDOR "The corvane-monitor developers")
+    set(CPACK_PACKAGE_CONTACT "The corvane-monitor developers <maintainers@corvane-monitor.example>")
+    set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+    set(CPACK_STRIP_FILES TRUE)
+    set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+    set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+    include(CPack)
+endif()
