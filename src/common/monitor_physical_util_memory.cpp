@@ -1,0 +1,160 @@
+// Memory of the machine (/proc/meminfo) and of a process (/proc/PID/status).
+#include <cstdio>
+#include <cstring>
+
+#include "monitor_physical_util.h"
+#include "monitor_physical_util_internal.h"
+#include "monitor_physical_util_log.h"
+#include "monitor_physical_util_text.h"
+
+namespace CorvaneCommon {
+
+namespace {
+
+constexpr const char* MEMINFO_PATH = "/proc/meminfo";
+
+/// One key to look up, where its number goes, and the texts of its failures. Each takes the buffer.
+struct Key {
+    const char* name;
+    uint64_t& value;
+    const char* not_found_text;
+    const char* no_newline_text;
+};
+
+/// Reads the keys in order, each searched behind the line of the one before, which is how "Cached"
+/// finds its own line and not SwapCached's. The texts show the buffer from its start, which ends
+/// where the first line found was cut.
+template <size_t N>
+int32_t ReadKeys(char* buffer, const Key (&keys)[N], const char* file_path,
+                 LogCategory* log_handle) {
+    char* position = buffer;
+    for (const Key& key : keys) {
+        char* const line = strstr(position, key.name);
+        if (line == nullptr) {
+            MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, key.not_found_text, buffer);
+            return COMMON_ERR_INVALID_ARGUMENTS;
+        }
+        position = CutLine(line);
+        if (position == nullptr) {
+            MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, key.no_newline_text, buffer);
+            return COMMON_ERR_INVALID_ARGUMENTS;
+        }
+        if (!ParseKeyValue(line, key.value)) {
+            MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "sscanf failed, file: %s, buf: %s.",
+                        file_path, buffer);
+            return COMMON_ERR_LINUX_SYSTEM_CALL_FAIL;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+bool ParseKeyValue(const char* line, uint64_t& value) {
+    return SkipWord(line) && ScanNumber(line, value);
+}
+
+int32_t CMonitorPhysicalUtil::GetMemoryInfo(MemoryInfo* memory_info, LogCategory* log_handle) {
+    if (memory_info == nullptr) {
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "memory_info is NULL.");
+        return COMMON_ERR_INVALID_ARGUMENTS;
+    }
+    memory_info->total_mb = 0;
+    memory_info->use_mb = 0;
+    char buffer[FILE_BUFFER_LENGTH];
+    int32_t ret = ReadFromFile(buffer, sizeof(buffer), MEMINFO_PATH, log_handle, Buffer::Unset);
+    if (ret != 0) {
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "ReadFromFile failed, file: %s.", MEMINFO_PATH);
+        return ret;
+    }
+
+    // A missing Buffers or Shmem line is reported as Cached: log searches know it by that name.
+    uint64_t free_kb = 0;
+    uint64_t buffers_kb = 0;
+    uint64_t cached_kb = 0;
+    uint64_t shared_kb = 0;
+    const Key keys[] = {
+        {"MemTotal", memory_info->total_mb, "%s Can not find MemTotal.",
+         "%s Can not find \\n after MemTotal."},
+        {"MemFree", free_kb, "%s Can not find MemFree.", "%s Can not find \\n after MemFree."},
+        {"Buffers", buffers_kb, "%s Can not find Cached.", "%s Can not find \\n after Cached."},
+        {"Cached", cached_kb, "%s Can not find Cached.", "%s Can not find \\n after Cached."},
+        {"Shmem", shared_kb, "%s Can not find Cached.", "%s Can not find \\n after Cached."},
+    };
+    ret = ReadKeys(buffer, keys, MEMINFO_PATH, log_handle);
+    if (ret != 0) {
+        return ret;
+    }
+
+    // Shared memory is counted inside Cached, but it is in use.
+    const uint64_t total_kb = memory_info->total_mb;
+    const uint64_t use_kb = shared_kb - (buffers_kb + free_kb) - cached_kb + total_kb;
+    memory_info->total_mb = total_kb >> KIB_TO_MIB_SHIFT;
+    memory_info->use_mb = use_kb >> KIB_TO_MIB_SHIFT;
+    return 0;
+}
+
+int32_t CMonitorPhysicalUtil::GetProcessMemoryInfo(ProcessMemoryInfo* process_memory_info,
+                                                   uint32_t pid, LogCategory* log_handle) {
+    if (process_memory_info == nullptr || pid == 0) {
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
+                    "process_memory_info is NULL or 0>= pid, process_memory_info: %p, pid: %u.",
+                    static_cast<const void*>(process_memory_info), pid);
+        return COMMON_ERR_INVALID_ARGUMENTS;
+    }
+    process_memory_info->physical_memory_mb = 0;
+    process_memory_info->virtual_memory_mb = 0;
+    char buffer[FILE_BUFFER_LENGTH];
+    char file_path[MONITOR_NAME_LENGTH];
+    FormatProcessPath(file_path, pid, "status");
+    int32_t ret = ReadFromFile(buffer, sizeof(buffer), file_path, log_handle, Buffer::Unset);
+    if (ret != 0) {
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "ReadFromFile failed, file: %s.", file_path);
+        return ret;
+    }
+
+    const Key keys[] = {
+        {"VmSize", process_memory_info->virtual_memory_mb, "%s Can not find VmSize.",
+         "%s Can not find \\n after VmSize."},
+        {"VmRSS", process_memory_info->physical_memory_mb, "%s Can not find VmRSS.",
+         "%s Can not find \\n after VmRSS."},
+    };
+    ret = ReadKeys(buffer, keys, file_path, log_handle);
+    if (ret != 0) {
+        return ret;
+    }
+    process_memory_info->virtual_memory_mb >>= KIB_TO_MIB_SHIFT;
+    process_memory_info->physical_memory_mb >>= KIB_TO_MIB_SHIFT;
+    return 0;
+}
+
+int32_t CMonitorPhysicalUtil::GetMemoryMonitorInfo(MemoryInfo* memory_info,
+                                                   LogCategory* log_handle) {
+    if (memory_info == nullptr) {
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "memory_info is NULL.");
+        return COMMON_ERR_INVALID_ARGUMENTS;
+    }
+    const int32_t ret = GetMemoryInfo(memory_info, log_handle);
+    if (ret != 0) {
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetMemoryInfo failed, ret: %d.", ret);
+    }
+    return ret;
+}
+
+int32_t CMonitorPhysicalUtil::GetProcessMemoryMonitorInfo(ProcessMemoryInfo* process_memory_info,
+                                                          uint32_t pid, LogCategory* log_handle) {
+    if (process_memory_info == nullptr || pid == 0 || !IsPIDValid(pid, log_handle)) {
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
+                    "process_memory_info is NULL or 0>= pid or pid not exist, "
+                    "process_memory_info: %p, pid: %u.",
+                    static_cast<const void*>(process_memory_info), pid);
+        return COMMON_ERR_INVALID_ARGUMENTS;
+    }
+    const int32_t ret = GetProcessMemoryInfo(process_memory_info, pid, log_handle);
+    if (ret != 0) {
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetProcessMemoryInfo failed, ret: %d.", ret);
+    }
+    return ret;
+}
+
+}  // namespace CorvaneCommon
