@@ -1,0 +1,110 @@
+#include "host_logging.h"
+
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/spdlog.h>
+#include <strings.h>
+
+#include <cstdio>
+#include <iterator>
+#include <vector>
+
+namespace {
+
+struct PriorityName {
+    int32_t priority;
+    const char* name;
+};
+
+constexpr PriorityName PRIORITY_NAMES[] = {
+    {LOG_PRIORITY_FATAL, "FATAL"}, {LOG_PRIORITY_ALERT, "ALERT"}, {LOG_PRIORITY_CRIT, "CRIT"},
+    {LOG_PRIORITY_ERROR, "ERROR"}, {LOG_PRIORITY_WARN, "WARN"},   {LOG_PRIORITY_NOTICE, "NOTICE"},
+    {LOG_PRIORITY_INFO, "INFO"},   {LOG_PRIORITY_DEBUG, "DEBUG"}, {LOG_PRIORITY_TRACE, "TRACE"},
+};
+
+constexpr size_t RECORD_LENGTH = 1024;  // most records; a longer one takes a buffer of its own
+
+spdlog::logger& Logger() {
+    // The category decides what is written; the priority's name is part of the text, as spdlog has
+    // fewer levels.
+    static const auto logger = [] {
+        auto made = std::make_shared<spdlog::logger>(
+            "corvane", std::make_shared<spdlog::sinks::stderr_sink_mt>());
+        made->set_level(spdlog::level::trace);
+        made->set_pattern("%Y-%m-%d %H:%M:%S.%e %v");
+        made->flush_on(spdlog::level::trace);
+        return made;
+    }();
+    return *logger;
+}
+
+/// Kernel text in a record is other people's: no control byte of it may reach a terminal, nor
+/// U+0080 to U+009F, which some terminals take for commands, in UTF-8 or as single bytes.
+void ReplaceControlBytes(char* text) {
+    bool inside = false;  // of a character of several bytes
+    for (; *text != '\0'; ++text) {
+        const auto byte = static_cast<unsigned char>(*text);
+        const auto next = static_cast<unsigned char>(text[1]);
+        const bool first_of_two = byte == 0xC2 && next >= 0x80 && next < 0xA0;
+        if (byte < ' ' || byte == 0x7F || first_of_two ||
+            (!inside && byte >= 0x80 && byte < 0xC0)) {
+            *text = ' ';
+        }
+        inside = byte >= 0x80 && *text != ' ';
+    }
+}
+
+}  // namespace
+
+const char* LogPriorityName(int32_t priority) {
+    for (const PriorityName& row : PRIORITY_NAMES) {
+        if (priority <= row.priority) {
+            return row.name;
+        }
+    }
+    return std::prev(std::end(PRIORITY_NAMES))->name;
+}
+
+bool LogPriorityFromName(const std::string& name, int32_t& priority) {
+    if (strcasecmp(name.c_str(), "off") == 0) {
+        priority = -1;
+        return true;
+    }
+    for (const PriorityName& row : PRIORITY_NAMES) {
+        if (strcasecmp(name.c_str(), row.name) == 0) {
+            priority = row.priority;
+            return true;
+        }
+    }
+    return false;
+}
+
+HostLogCategory::HostLogCategory(int32_t least_urgent) {
+    SetPriority(least_urgent);
+    piPriorityLow = &m_least_urgent;
+}
+
+void HostLogCategory::SetPriority(int32_t least_urgent) {
+    m_least_urgent = least_urgent;
+    m_off = least_urgent < 0;  // to the monitor, a threshold of -1 is none at all
+}
+
+bool CategoryCanWrite(LogCategory* category, int32_t /*priority*/) {
+    const auto* const host_category = static_cast<const HostLogCategory*>(category);
+    return !host_category->IsOff();
+}
+
+void CategoryLogV(LogCategory* /*category*/, int32_t priority, const char* file, int32_t line,
+                  const char* function, const char* format, va_list arguments) {
+    va_list again;
+    va_copy(again, arguments);
+    std::vector<char> text(RECORD_LENGTH);
+    const int length = vsnprintf(text.data(), text.size(), format, arguments);
+    if (length >= static_cast<int>(text.size())) {
+        text.resize(static_cast<size_t>(length) + 1);
+        vsnprintf(text.data(), text.size(), format, again);
+    }
+    va_end(again);
+    ReplaceControlBytes(text.data());
+    Logger().log(spdlog::level::info, "{} {}:{} {}: {}", LogPriorityName(priority), file, line,
+                 function, text.data());
+}

@@ -1,0 +1,38 @@
+// A ready-made logging library for a host that has none: the monitor's records go to standard
+// error through spdlog, with time, priority and source location.
+//
+// Linking corvane_host defines CategoryCanWrite, CategoryLogV and GetDiskSize.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "log_category.h"
+
+/// The name of a priority, as it stands in the output: "FATAL" ... "TRACE". A priority between two
+/// named ones takes the less urgent name.
+const char* LogPriorityName(int32_t priority);
+
+/// The priority of a name in any case ("error", "DEBUG"); -1 for "off". False for no name.
+bool LogPriorityFromName(const std::string& name, int32_t& priority);
+
+/// A category that writes records up to a priority that may change at any time. The category must
+/// outlive the calls that it is passed to. Safe to use from several threads, but for SetPriority.
+class HostLogCategory : public LogCategory {
+public:
+    /// @param least_urgent e.g. LOG_PRIORITY_ERROR: FATAL to ERROR are written; -1: nothing is
+    explicit HostLogCategory(int32_t least_urgent);
+    HostLogCategory(const HostLogCategory&) = delete;
+    HostLogCategory& operator=(const HostLogCategory&) = delete;
+    ~HostLogCategory() = default;
+
+    /// Changes what is written from now on; see the constructor.
+    void SetPriority(int32_t least_urgent);
+
+    /// Whether nothing is written.
+    bool IsOff() const { return m_off; }
+
+private:
+    int32_t m_least_urgent = -1;
+    bool m_off = true;
+};

@@ -1,0 +1,294 @@
+#include "metrics.h"
+
+#include <prometheus/client_metric.h>
+#include <prometheus/metric_family.h>
+
+#include <functional>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <utility>
+
+#include "text_safety.h"
+#include "version.h"
+
+namespace corvane_host {
+
+namespace {
+
+using prometheus::ClientMetric;
+using prometheus::MetricFamily;
+using prometheus::MetricType;
+
+using Labels = std::vector<std::pair<std::string, std::string>>;
+
+struct Sample {
+    Labels labels;
+    double value;
+};
+
+constexpr double PERCENT = 100.0;
+constexpr double BYTES_PER_MIB = 1024.0 * 1024.0;
+constexpr double BYTES_PER_MEGABIT = 1000000.0 / 8.0;
+
+double Ratio(uint64_t percent) {
+    return static_cast<double>(percent) / PERCENT;
+}
+
+double Bytes(uint64_t mib) {
+    return static_cast<double>(mib) * BYTES_PER_MIB;
+}
+
+double BytesPerSecond(uint64_t megabits_per_second) {
+    return static_cast<double>(megabits_per_second) * BYTES_PER_MEGABIT;
+}
+
+/// One gauge of the exporter: what it is called, what it means, where its samples come from.
+struct Gauge {
+    const char* name;
+    const char* help;
+    std::function<std::vector<Sample>(const Report&)> samples;
+};
+
+/// A sample without labels, or none.
+std::vector<Sample> One(bool measured, double value) {
+    return measured ? std::vector<Sample>{{{}, value}} : std::vector<Sample>();
+}
+
+bool Measured(FigureState state) {
+    return state != FigureState::Failed;
+}
+
+/// The samples of the rows that a predicate lets through, each labelled.
+template <typename Row, typename State, typename Label, typename Value>
+std::vector<Sample> Each(const std::vector<Row>& rows, State state, Label label, Value value) {
+    std::vector<Sample> samples;
+    for (const Row& row : rows) {
+        if (Measured(row.*state)) {
+            samples.push_back({label(row), value(row)});
+        }
+    }
+    return samples;
+}
+
+Labels OfDirectory(const DirectoryFigures& row) {
+    return {{"directory", ValidUtf8(row.directory)}, {"device", ValidUtf8(row.disk)}};
+}
+
+Labels OfProcess(const ProcessFigures& row) {
+    return {{"pid", std::to_string(row.pid)}, {"command", ValidUtf8(row.command)}};
+}
+
+std::vector<Sample> Peak(const Report& report, const NetworkPeak& peak) {
+    if (!Measured(report.network.state)) {
+        return {};
+    }
+    return {{{{"device", ValidUtf8(peak.interface)}}, BytesPerSecond(peak.megabits_per_second)}};
+}
+
+std::vector<Sample> Eth1(const Report& report, uint64_t InterfaceRates::*rate, double unit) {
+    const auto& eth1 = report.network.eth1;
+    if (!eth1) {
+        return {};
+    }
+    return {{{{"device", "eth1"}}, static_cast<double>(*eth1.*rate) * unit}};
+}
+
+const std::vector<Gauge>& Gauges() {
+    static const std::vector<Gauge> gauges = {
+        {"corvane_cpu_cores", "Cores whose utilisation is measured.",
+         [](const Report& r) { return One(Measured(r.cpu.state), r.cpu.core_number); }},
+        {"corvane_cpu_busy_peak_cores",
+         "Busy cores in the busiest cycle of the report interval, summed over the cores.",
+         [](const Report& r) { return One(Measured(r.cpu.state), Ratio(r.cpu.peak_percent)); }},
+        {"corvane_cpu_busy_cores", "Busy cores in the latest tiny cycle, summed over the cores.",
+         [](const Report& r) {
+             return One(r.cpu.latest_percent.has_value(), Ratio(r.cpu.latest_percent.value_or(0)));
+         }},
+        {"corvane_cpu_core_busy_ratio", "Busy share of one core in the latest cycle, 0 to 1.",
+         [](const Report& r) {
+             std::vector<Sample> samples;
+             for (const CoreFigures& core : r.cpu.cores) {
+                 samples.push_back({{{"cpu", ValidUtf8(core.name)}}, Ratio(core.percent)});
+             }
+             return samples;
+         }},
+        {"corvane_memory_total_bytes", "Memory of the machine.",
+         [](const Report& r) { return One(Measured(r.memory.state), Bytes(r.memory.total_mib)); }},
+        {"corvane_memory_used_bytes",
+         "Memory in use: neither free nor buffers nor cache; shared memory is in use.",
+         [](const Report& r) { return One(Measured(r.memory.state), Bytes(r.memory.used_mib)); }},
+        {"corvane_network_receive_peak_bytes_per_second",
+         "Highest receive rate of one interface in a cycle of the report interval.",
+         [](const Report& r) { return Peak(r, r.network.receive); }},
+        {"corvane_network_transmit_peak_bytes_per_second",
+         "Highest transmit rate of one interface in a cycle of the report interval.",
+         [](const Report& r) { return Peak(r, r.network.transmit); }},
+        {"corvane_network_receive_bytes_per_second",
+         "Receive rate of eth1 in the latest tiny cycle.",
+         [](const Report& r) {
+             return Eth1(r, &InterfaceRates::receive_megabits_per_second, BYTES_PER_MEGABIT);
+         }},
+        {"corvane_network_transmit_bytes_per_second",
+         "Transmit rate of eth1 in the latest tiny cycle.",
+         [](const Report& r) {
+             return Eth1(r, &InterfaceRates::transmit_megabits_per_second, BYTES_PER_MEGABIT);
+         }},
+        {"corvane_network_receive_packets_per_second",
+         "Packets that eth1 received per second in the latest tiny cycle.",
+         [](const Report& r) { return Eth1(r, &InterfaceRates::receive_packets_per_second, 1.0); }},
+        {"corvane_network_transmit_packets_per_second",
+         "Packets that eth1 transmitted per second in the latest tiny cycle.",
+         [](const Report& r) {
+             return Eth1(r, &InterfaceRates::transmit_packets_per_second, 1.0);
+         }},
+        {"corvane_directory_busy_ratio",
+         "Share of the latest cycle in which the directory's disk had I/O in flight, 0 to 1.",
+         [](const Report& r) {
+             return Each(r.directories, &DirectoryFigures::io_state, OfDirectory,
+                         [](const auto& row) { return Ratio(row.busy_percent); });
+         }},
+        {"corvane_directory_operations_per_second",
+         "Reads and writes that the directory's disk completed per second in the latest cycle.",
+         [](const Report& r) {
+             return Each(r.directories, &DirectoryFigures::io_state, OfDirectory,
+                         [](const auto& row) -> double { return row.operations_per_second; });
+         }},
+        {"corvane_directory_size_bytes", "Size of the file system that holds the directory.",
+         [](const Report& r) {
+             return Each(r.directories, &DirectoryFigures::space_state, OfDirectory,
+                         [](const auto& row) { return Bytes(row.total_mib); });
+         }},
+        {"corvane_directory_used_bytes",
+         "Used space of the file system that holds the directory, as df counts it.",
+         [](const Report& r) {
+             return Each(r.directories, &DirectoryFigures::space_state, OfDirectory,
+                         [](const auto& row) { return Bytes(row.used_mib); });
+         }},
+        {"corvane_watched_process_busy_peak_cores",
+         "Busy cores of the process in its busiest cycle of the report interval.",
+         [](const Report& r) {
+             return Each(r.processes, &ProcessFigures::cpu_state, OfProcess, [](const auto& row) {
+                 return static_cast<double>(row.cpu_peak_percent) / PERCENT;
+             });
+         }},
+        {"corvane_watched_process_thread_busy_peak_ratio",
+         "Busy share of one core of the process's busiest thread, 0 to 1, likewise.",
+         [](const Report& r) {
+             return Each(r.processes, &ProcessFigures::cpu_state, OfProcess, [](const auto& row) {
+                 return static_cast<double>(row.thread_peak_percent) / PERCENT;
+             });
+         }},
+        {"corvane_watched_process_resident_bytes", "Resident memory of the process.",
+         [](const Report& r) {
+             return Each(r.processes, &ProcessFigures::memory_state, OfProcess,
+                         [](const auto& row) { return Bytes(row.resident_mib); });
+         }},
+        {"corvane_watched_process_virtual_bytes", "Virtual memory of the process.",
+         [](const Report& r) {
+             return Each(r.processes, &ProcessFigures::memory_state, OfProcess,
+                         [](const auto& row) { return Bytes(row.virtual_mib); });
+         }},
+        {"corvane_collector_success",
+         "1 when the collector measured in the latest cycle, 0 when its figures are absent or old.",
+         [](const Report& r) {
+             std::vector<Sample> samples;
+             for (const FamilyState& family : FamilyStates(r)) {
+                 samples.push_back({{{"collector", ValidUtf8(family.name)}},
+                                    family.state == FigureState::Fresh ? 1.0 : 0.0});
+             }
+             return samples;
+         }},
+        {"corvane_report_interval_seconds", "Length of the interval that the peaks span.",
+         [](const Report& r) { return One(true, static_cast<double>(r.interval_seconds)); }},
+    };
+    return gauges;
+}
+
+MetricFamily ToFamily(const char* name, const char* help, const std::vector<Sample>& samples) {
+    MetricFamily family;
+    family.name = name;
+    family.help = help;
+    family.type = MetricType::Gauge;
+    std::set<Labels> seen;  // names that differ only in bytes that are not UTF-8 become the same
+    for (const Sample& sample : samples) {
+        if (!seen.insert(sample.labels).second) {
+            continue;
+        }
+        ClientMetric metric;
+        for (const auto& [label, value] : sample.labels) {
+            metric.label.push_back({label, value});
+        }
+        metric.gauge.value = sample.value;
+        family.metric.push_back(std::move(metric));
+    }
+    return family;
+}
+
+}  // namespace
+
+std::vector<MetricFamily> ToMetrics(const Report* report, Clock::time_point now) {
+    std::vector<MetricFamily> families = {
+        ToFamily("corvane_build_info", "1; the label names the version.",
+                 {{{{"version", CORVANE_VERSION}}, 1.0}}),
+        ToFamily("corvane_up", "1 when a report has been stored.",
+                 {{{}, report == nullptr ? 0.0 : 1.0}})};
+    if (report == nullptr) {
+        return families;
+    }
+    const std::chrono::duration<double> age = now - report->measured_at;
+    families.push_back(ToFamily("corvane_last_cycle_age_seconds",
+                                "Time since the figures were measured.", {{{}, age.count()}}));
+    for (const Gauge& gauge : Gauges()) {
+        const std::vector<Sample> samples = gauge.samples(*report);
+        if (!samples.empty()) {
+            families.push_back(ToFamily(gauge.name, gauge.help, samples));
+        }
+    }
+    return families;
+}
+
+/// What the scrapes read. Shared with the exporter's threads.
+class MetricsServer::StoredReport : public prometheus::Collectable {
+public:
+    void Store(Report report) {
+        auto stored = std::make_shared<const Report>(std::move(report));
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_report.swap(stored);
+    }
+
+    std::vector<MetricFamily> Collect() const override {
+        std::shared_ptr<const Report> report;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            report = m_report;
+        }
+        return ToMetrics(report.get(), Clock::now());
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::shared_ptr<const Report> m_report;
+};
+
+MetricsServer::MetricsServer(const std::string& address)
+    : m_stored(std::make_shared<StoredReport>()) {
+    try {
+        // A client that sends nothing holds a thread until the time is out.
+        m_exposer = std::make_unique<prometheus::Exposer>(std::vector<std::string>{
+            "listening_ports", address, "num_threads", "8", "request_timeout_ms", "1000"});
+    } catch (const std::exception&) {
+        throw std::runtime_error("cannot listen on " + address +
+                                 ": the port is in use or not allowed, or the address is not one "
+                                 "of this machine");
+    }
+    m_address = address.substr(0, address.rfind(':') + 1) +
+                std::to_string(m_exposer->GetListeningPorts().front());
+    m_exposer->RegisterCollectable(m_stored);
+}
+
+void MetricsServer::Store(Report report) {
+    m_stored->Store(std::move(report));
+}
+
+}  // namespace corvane_host

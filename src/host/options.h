@@ -1,0 +1,33 @@
+// The program's command line.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "monitor_loop.h"
+
+namespace corvane_host {
+
+enum class OutputFormat { Table, Json };
+
+struct Options {
+    LoopSettings loop;
+    std::optional<uint64_t> count;  ///< reports at most; empty: until stopped
+    OutputFormat format = OutputFormat::Table;
+    bool watch = false;
+    std::string listen_address;  ///< empty: no metrics server
+    int32_t log_priority = -1;   ///< least urgent priority logged; -1: none
+};
+
+/// What to do with a command line: run with the options, or print a text and end.
+struct CommandLine {
+    std::optional<Options> options;
+    std::string text;     ///< help or version for standard output, or one line of error
+    int exit_status = 0;  ///< 0, or 2 for a bad argument
+};
+
+CommandLine ParseCommandLine(int argc, const char* const* argv);
+
+}  // namespace corvane_host

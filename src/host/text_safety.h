@@ -1,0 +1,19 @@
+// Text that other processes chose (commands, devices, paths), made safe for an output.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace corvane_host {
+
+/// For a terminal: control characters and bytes that are not UTF-8 become '?'.
+std::string Printable(const std::string& text);
+
+/// For labels and JSON: bytes that are not UTF-8 become U+FFFD; everything else stays.
+std::string ValidUtf8(const std::string& text);
+
+/// Printable text in exactly `columns` columns, cut or padded with blanks; a character counts as
+/// one column. Cut text ends in '~'.
+std::string FitColumns(const std::string& text, size_t columns);
+
+}  // namespace corvane_host
