@@ -1,0 +1,73 @@
+// Texts of made-up machines.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace corvane_test {
+
+/// One "cpu" line of /proc/stat: busy ticks in user, the rest idle; ten columns.
+inline std::string CPULine(const std::string& name, uint64_t user, uint64_t idle) {
+    return name + (name == "cpu" ? "  " : " ") + std::to_string(user) + " 0 0 " +
+           std::to_string(idle) + " 0 0 0 0 0 0\n";
+}
+
+struct Core {
+    std::string name;
+    uint64_t user;
+    uint64_t idle;
+};
+
+/// A /proc/stat with the machine's line first and the other lines behind.
+inline std::string StatText(const std::vector<Core>& cores) {
+    uint64_t user = 0;
+    uint64_t idle = 0;
+    std::string lines;
+    for (const Core& core : cores) {
+        user += core.user;
+        idle += core.idle;
+        lines += CPULine(core.name, core.user, core.idle);
+    }
+    return CPULine("cpu", user, idle) + lines + "intr 12345 0 0\nctxt 67890\nbtime 1700000000\n";
+}
+
+/// A line of /proc/net/dev.
+inline std::string NicLine(const std::string& name, uint64_t input_bytes, uint64_t input_packets,
+                           uint64_t output_bytes, uint64_t output_packets) {
+    return name + ": " + std::to_string(input_bytes) + " " + std::to_string(input_packets) +
+           " 0 0 0 0 0 0 " + std::to_string(output_bytes) + " " + std::to_string(output_packets) +
+           " 0 0 0 0 0 0\n";
+}
+
+/// A /proc/net/dev with its header lines.
+inline std::string NetDevText(std::initializer_list<std::string> lines) {
+    std::string text =
+        "Inter-|   Receive                                                |  Transmit\n"
+        " face |bytes    packets errs drop fifo frame compressed multicast|bytes    packets errs "
+        "drop fifo colls carrier compressed\n";
+    for (const std::string& line : lines) {
+        text += line;
+    }
+    return text;
+}
+
+/// A line of /proc/diskstats with the figures that the monitor uses, seventeen numbers in all.
+inline std::string DiskLine(const std::string& name, uint64_t reads, uint64_t writes,
+                            uint64_t busy_milliseconds) {
+    return "   8       0 " + name + " " + std::to_string(reads) + " 0 0 0 " +
+           std::to_string(writes) + " 0 0 0 0 " + std::to_string(busy_milliseconds) +
+           " 0 0 0 0 0 0 0\n";
+}
+
+/// A /proc/PID/stat; `rest` are fields 18 and on.
+inline std::string ProcessStatText(uint32_t pid, const std::string& command, uint64_t user,
+                                   uint64_t system, uint64_t user_wait = 0,
+                                   uint64_t system_wait = 0) {
+    return std::to_string(pid) + " (" + command + ") S 1 1234 1234 0 -1 4194560 100 0 0 0 " +
+           std::to_string(user) + " " + std::to_string(system) + " " + std::to_string(user_wait) +
+           " " + std::to_string(system_wait) + " 20 0 4 0 100 0 0\n";
+}
+
+}  // namespace corvane_test
