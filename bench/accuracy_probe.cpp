@@ -1,0 +1,103 @@
+// Prints the monitor's figures for one interval, one "name value" a line, for the script accuracy.
+//
+//   accuracy_probe SECONDS [--pid PID] [--directory PATH]
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "monitor_physical_util.h"
+
+namespace {
+
+using CorvaneCommon::CMonitorPhysicalUtil;
+
+void Print(const char* name, uint64_t value) {
+    printf("%s %lu\n", name, value);
+}
+
+void PrintProcess(CMonitorPhysicalUtil& monitor, uint32_t pid) {
+    int32_t cpu = 0;
+    int32_t busiest_thread = 0;
+    monitor.GetProcessCPUMonitorInfo(cpu, pid, nullptr);
+    monitor.GetProcessMaxThreadCPUMonitorInfo(busiest_thread, pid, nullptr);
+    printf("process_cpu %d\nbusiest_thread %d\n", cpu, busiest_thread);
+    CorvaneCommon::ProcessMemoryInfo memory;
+    monitor.GetProcessMemoryMonitorInfo(&memory, pid, nullptr);
+    Print("process_physical_mb", memory.physical_memory_mb);
+    Print("process_virtual_mb", memory.virtual_memory_mb);
+}
+
+void PrintDirectory(CMonitorPhysicalUtil& monitor, const char* directory) {
+    CorvaneCommon::DiskIOInfoResult disk;
+    monitor.GetDiskIOMonitorInfo(&disk, directory, nullptr);
+    printf("disk_name %s\n", disk.disk_name);
+    Print("disk_io_rate", disk.disk_io_rate);
+    Print("disk_iops", disk.disk_iops);
+    CorvaneCommon::DiskInfoResult space;
+    monitor.GetDiskMonitorInfo(&space, directory, nullptr);
+    Print("disk_total_mb", space.total_mb);
+    Print("disk_use_mb", space.use_mb);
+}
+
+void PrintMachine(CMonitorPhysicalUtil& monitor) {
+    CorvaneCommon::CPUInfoResult cpu;
+    monitor.GetCPUMonitorInfo(&cpu, nullptr);
+    Print("cpu", cpu.cpu_utilization);
+    Print("cores", cpu.cpu_core_num);
+    CorvaneCommon::MemoryInfo memory;
+    monitor.GetMemoryMonitorInfo(&memory, nullptr);
+    Print("memory_total_mb", memory.total_mb);
+    Print("memory_use_mb", memory.use_mb);
+    CorvaneCommon::NetworkInfoResult network;
+    monitor.GetNetworkMonitorInfo(&network, nullptr);
+    Print("network_in_mbit", network.input_bytes_mb);
+    Print("network_out_mbit", network.output_bytes_mb);
+    printf("network_out_nic %s\n", network.output_nic_name);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const char* directory = nullptr;
+    uint32_t pid = 0;
+    const int seconds = argc > 1 ? atoi(argv[1]) : 0;
+    for (int i = 2; i + 1 < argc; i += 2) {
+        if (strcmp(argv[i], "--pid") == 0) {
+            pid = static_cast<uint32_t>(atoi(argv[i + 1]));
+        } else if (strcmp(argv[i], "--directory") == 0) {
+            directory = argv[i + 1];
+        }
+    }
+    if (seconds <= 0) {
+        fprintf(stderr, "usage: accuracy_probe SECONDS [--pid PID] [--directory PATH]\n");
+        return 2;
+    }
+    CMonitorPhysicalUtil& monitor = *CMonitorPhysicalUtil::GetInstance();
+    if (directory != nullptr) {
+        monitor.SetDiskInfo(&directory, 1, nullptr);
+    }
+    if (pid != 0) {
+        // Two passes prime a process: the machine's sample, then its own.
+        monitor.CalcProcessCPUMonitorInfo(pid, nullptr, true);
+        monitor.CalcProcessCPUMonitorInfo(pid, nullptr, true);
+    }
+    sleep(static_cast<unsigned>(seconds));
+    const auto interval = static_cast<uint64_t>(seconds);
+    monitor.CalcCPUMonitorInfo(true, nullptr);
+    monitor.CalcNetworkMonitorInfo(interval, true, nullptr);
+    if (pid != 0) {
+        monitor.CalcProcessCPUMonitorInfo(pid, nullptr, true);
+    }
+    if (directory != nullptr) {
+        monitor.CalcDiskIOMonitorInfo(directory, interval, true, nullptr);
+        PrintDirectory(monitor, directory);
+    }
+    if (pid != 0) {
+        PrintProcess(monitor, pid);
+    }
+    PrintMachine(monitor);
+    return 0;
+}
