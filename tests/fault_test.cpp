@@ -238,6 +238,8 @@ std::vector<Records> Undisturbed(const Operation& operation, bool unplugged) {
 /// Of a call to the kernel, after some bytes of a file; without one, of an allocation.
 struct Fault {
     std::optional<KernelCall> call;
+    int error = EIO;
+    bool logged = true;
     size_t bytes = 0;
 };
 
@@ -253,11 +255,11 @@ Met Meet(const Operation& operation, bool unplugged, const Fault& fault, int nth
     int32_t status = 0;
     scene.kernel.ResetCounts();
     if (fault.call) {
-        scene.kernel.Fail(*fault.call, nth, EIO, fault.bytes);
+        scene.kernel.Fail(*fault.call, nth, fault.error, fault.bytes);
     }
     try {
         allocations_to_failure = fault.call ? 0 : nth;
-        status = scene.Now(fault.call ? &log : nullptr).statuses[0];
+        status = scene.Now(fault.call && fault.logged ? &log : nullptr).statuses[0];
     } catch (const std::bad_alloc&) {
         EXPECT_FALSE(fault.call);
     }
@@ -290,9 +292,11 @@ Met Meet(const Operation& operation, bool unplugged, const Fault& fault, int nth
 }
 
 TEST(Fault, EveryOneOfEveryOperation) {
-    std::vector<Fault> faults = {{}, {KernelCall::Read, 40}};
+    std::vector<Fault> faults = {{}, {KernelCall::Read, EIO, true, 40}};
     for (const KernelCall call : ALL_KERNEL_CALLS) {
         faults.push_back({call});
+        faults.push_back({call, EMFILE, false});
+        faults.push_back({call, ESRCH, false});
     }
     int of_kernel = 0;
     int of_allocator = 0;
@@ -319,7 +323,7 @@ TEST(Fault, EveryOneOfEveryOperation) {
     }
     EXPECT_GT(of_kernel, 100);
     EXPECT_GT(of_allocator, 100);
-    EXPECT_EQ(emptied, 9);  // three operations: opening, reading, reading on
+    EXPECT_EQ(emptied, 21);  // three operations: opening and reading in three ways, reading on
 }
 
 TEST(Fault, EveryKernelCallOfConstructionLeavesAUsableMonitor) {
