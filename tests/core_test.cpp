@@ -1,6 +1,7 @@
 // The instance, the file helpers, the log writer and the status codes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -187,6 +188,8 @@ TEST(Checks, PathsAndPids) {
     EXPECT_THAT(log.TakeTexts(), IsEmpty());
     monitor.CloseFd(nullptr);
     monitor.ClosePipeFd(nullptr);
+    monitor.ClosePipeFd(popen(":", "r"));
+    EXPECT_EQ(waitpid(-1, nullptr, 0), -1) << "a child was left";
 }
 
 }  // namespace

@@ -363,6 +363,9 @@ TEST(OnDemand, MeasuresOneLineAgainstTheNormalBaseline) {
               COMMON_ERR_INVALID_ARGUMENTS);
     EXPECT_EQ(monitor->GetCPUMonitorInfo(nullptr, &log), COMMON_ERR_INVALID_ARGUMENTS);
     EXPECT_EQ(monitor->GetCPUMonitorInfoForTinyCycle(nullptr, &log), COMMON_ERR_INVALID_ARGUMENTS);
+    CPUInfo* const no_sample = nullptr;
+    EXPECT_EQ(monitor.GetCPUInfo(no_sample, "cpu0", &log), COMMON_ERR_INVALID_ARGUMENTS);
+    EXPECT_EQ(monitor.GetRawCPUInfo(nullptr, 7U, &log), COMMON_ERR_INVALID_ARGUMENTS);
     EXPECT_THAT(
         log.TakeTexts(),
         ElementsAre(StatText({{"cpu0", 60, 40}, {"cpu1", 20, 80}}) +
@@ -376,7 +379,11 @@ TEST(OnDemand, MeasuresOneLineAgainstTheNormalBaseline) {
                     "CalcCPUInfo failed, ret: -3609, cpu_core_name: cpu8.",
                     testing::StartsWith("cpu_core_name is NULL or cpu_core_name's length is 0 or "
                                         "cpu_info_result is NULL, cpu_core_name: (nil), cpu_info"),
-                    "cpu_info_result is NULL.", "cpu_info_result is NULL."));
+                    "cpu_info_result is NULL.", "cpu_info_result is NULL.",
+                    testing::StartsWith("cpu_core_name is NULL or cpu_core_name's length is 0 or "
+                                        "now_cpu_info is NULL, cpu_core_name: 0x"),
+                    "raw_cpu_info is NULL or raw_cpu_info_length is 0, raw_cpu_info: (nil), "
+                    "raw_cpu_info_length: 7."));
 }
 
 TEST(BigMachines, MeasuredUpToTheBufferAndNeverBeyond) {

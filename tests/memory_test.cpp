@@ -166,6 +166,7 @@ TEST(ProcessMemory, ChecksItsArgumentsInOrder) {
     EXPECT_EQ(monitor->GetProcessMemoryMonitorInfo(&memory, 8, &log), COMMON_ERR_INVALID_ARGUMENTS);
     EXPECT_EQ(monitor.GetProcessMemoryInfo(&memory, 0U, &log), COMMON_ERR_INVALID_ARGUMENTS);
     EXPECT_EQ(monitor->GetProcessMemoryMonitorInfo(&memory, 9, &log), COMMON_ERR_INVALID_ARGUMENTS);
+    EXPECT_EQ(monitor.GetMemoryInfo(nullptr, &log), COMMON_ERR_INVALID_ARGUMENTS);
     using testing::EndsWith;
     using testing::StartsWith;
     EXPECT_THAT(log.TakeTexts(),
@@ -173,7 +174,8 @@ TEST(ProcessMemory, ChecksItsArgumentsInOrder) {
                             "process_memory_info: (nil), pid: 9.",
                             EndsWith(", pid: 0."), EndsWith(", pid: 8."),
                             StartsWith("process_memory_info is NULL or 0>= pid, process_memory"),
-                            " Can not find VmSize.", "GetProcessMemoryInfo failed, ret: -281."));
+                            " Can not find VmSize.", "GetProcessMemoryInfo failed, ret: -281.",
+                            "memory_info is NULL."));
 }
 
 TEST(Memory, AgreesWithThisMachine) {

@@ -11,7 +11,7 @@ constexpr int32_t CommonErrorCode(int32_t index) {
 }
 
 /// A bad argument, a pid that does not exist, a core or interface that vanished (the monitor has
-/// then rediscovered, and the next call succeeds), or a key that the kernel's file lacks.
+/// then discovered anew, for the next call), or a key that the kernel's file lacks.
 constexpr int32_t COMMON_ERR_INVALID_ARGUMENTS = CommonErrorCode(1);
 
 /// A kernel file could not be opened, read or parsed.

@@ -325,17 +325,23 @@ public:
     // ---- Network of the machine: /proc/net/dev ----
     //
     // Interfaces are the lines that hold "eth", "em" or "bond" anywhere: ens5, enp3s0, eno1, ib0
-    // and lo are not seen, ovs-system is by its "em". They are found again as text: asked for by
-    // name, eth1 is read from an earlier line that holds it (eth10, veth1a). An interface that is
-    // added is noticed only when one that is looked for is missing. An interface beyond 40959
-    // characters of the file fails every pass. `time_interval` is in whole seconds, never 0. A
-    // counter that fell gives 0 for that one figure.
+    // and lo are not seen, ovs-system is by its "em".
+    //
+    // They are found again as text, each behind the one before. A line that holds a known name and
+    // stands in front of it, or in its place, is taken for it: veth1 gives its figures as eth1's;
+    // eth10 or veth1a fails every pass with COMMON_ERR_LINUX_SYSTEM_CALL_FAIL until it goes. The
+    // same holds for an interface asked for by name.
+    //
+    // An interface that is added is noticed only when one that is looked for is missing. When a
+    // discovery finds none, passes succeed and measure nothing until an interface that is not in
+    // the file is asked for by name. One beyond 40959 characters of the file fails every pass.
+    // `time_interval` is in whole seconds, never 0. A counter that fell gives 0 for that figure.
 
     /// One normal-cycle pass over all interfaces; raises the busiest interface's peak per
     /// direction. On a tie the interface that reached the value first keeps its name.
-    /// @return 0; COMMON_ERR_INVALID_ARGUMENTS for an interval of 0, when an interface vanished
-    ///         (interfaces are then discovered anew with peaks and baselines of their own, in all
-    ///         cycles, and the next pass succeeds) or a line has no end;
+    /// @return 0; COMMON_ERR_INVALID_ARGUMENTS for an interval of 0, when an interface's name is
+    ///         gone (interfaces are then discovered anew with peaks and baselines of their own, in
+    ///         all cycles, for the next pass) or a line has no end;
     ///         COMMON_ERR_LINUX_SYSTEM_CALL_FAIL when the file cannot be read or a line not parsed.
     ///         On failure interfaces before the fault keep their update.
     int32_t CalcNetworkMonitorInfo(uint64_t time_interval, bool refresh, LogCategory* log_handle);
@@ -369,8 +375,8 @@ public:
                                         uint64_t time_interval, bool refresh,
                                         LogCategory* log_handle);
 
-    /// One tiny-cycle pass: the current rates of the interface named exactly "eth1", and of no
-    /// other. Without an eth1 it succeeds and the result keeps its content.
+    /// One tiny-cycle pass: the current rates of the interface discovered as exactly "eth1", and
+    /// of no other. Without an eth1 it succeeds and the result keeps its content.
     /// @return as CalcNetworkMonitorInfo.
     int32_t CalcNetworkMonitorInfoForTinyCycle(uint64_t time_interval, bool refresh,
                                                LogCategory* log_handle);
@@ -426,12 +432,12 @@ public:
     /// Registers directories: loads the mount table and the RAID map and takes the first sample of
     /// each directory's disk and, of an array, of its members too. Null and empty entries are
     /// skipped; disks that are known already keep their sample. Call again after mounts changed;
-    /// paths that were resolved before keep their disk.
+    /// paths that were resolved before keep their disk, unless they are mount points now.
     /// @return 0; COMMON_ERR_INVALID_ARGUMENTS for a null or empty list, or a directory that does
     ///         not exist or whose disk is unknown, or an empty /proc/diskstats;
-    ///         COMMON_ERR_LINUX_SYSTEM_CALL_FAIL when the mount table or /proc/diskstats cannot be
-    ///         read or parsed (a missing /proc/mdstat is no fault). On failure entries before the
-    ///         fault stay registered.
+    ///         COMMON_ERR_LINUX_SYSTEM_CALL_FAIL when the mount table cannot be opened or
+    ///         parsed, or /proc/diskstats not read or parsed (a missing /proc/mdstat is no fault).
+    ///         On failure entries before the fault stay registered.
     int32_t SetDiskInfo(const char** file_path, uint32_t file_path_num, LogCategory* log_handle);
 
     /// Lists the registered disks, at most 128. Reads no file.
@@ -455,7 +461,8 @@ public:
     ///         disk without a first sample. On failure the stored result stays. An array always
     ///         succeeds: members that cannot be measured count as 0.
     ///
-    /// Counters that fall read as 100 percent for one interval.
+    /// Counters that fall give one wrong figure, which `refresh` ends: 100 percent, or operations
+    /// per second beyond any disk. It stays in the peak until it is cleared.
     int32_t CalcDiskIOMonitorInfo(const char* file_path, uint64_t time_interval, bool refresh,
                                   LogCategory* log_handle);
 

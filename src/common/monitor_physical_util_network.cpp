@@ -264,7 +264,7 @@ int32_t CMonitorPhysicalUtil::GetNetworkInfo(NetworkInfo* network_info, const ch
         return ret;
     }
     const char* const text_end = buffer + strlen(buffer);
-    // The first match anywhere: eth1 is read from an earlier veth1a if there is one.
+    // The first match anywhere: eth1 is read from an earlier veth1 if there is one.
     char* const occurrence = strstr(buffer, nic_name);
     if (occurrence == nullptr) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
