@@ -32,6 +32,7 @@ using corvane_bench::Allocations;
 using corvane_bench::Interleave;
 using corvane_bench::Operation;
 using corvane_bench::Peer;
+using corvane_bench::PeerOperation;
 using corvane_bench::SystemCalls;
 using corvane_bench::Timing;
 using CorvaneCommon::CMonitorPhysicalUtil;
@@ -54,7 +55,7 @@ struct Row {
     bool keeps_map;  ///< takes memory for each thread's sample
     Operation floor;
     Operation monitor;
-    Operation Peer::*peer;
+    PeerOperation Peer::*peer;
 };
 
 bool ParseOptions(int argc, char** argv, Options& options) {
@@ -175,11 +176,16 @@ const char* CallsText(const SystemCalls& calls, char (&text)[64]) {
     return text;
 }
 
+/// A peer's ratio to the calls that it makes itself: the row's floor, unless it keeps a file open.
+double OwnRatio(const PeerOperation& peer, const Timing& timing, int rounds) {
+    return peer.floor ? Interleave({peer.floor, peer.run}, rounds)[1].ratio : timing.ratio;
+}
+
 /// Prints a row; returns what is wrong with it, or nothing.
 std::string RunRow(const Row& row, const std::vector<Peer>& peers, const Options& options) {
     std::vector<Operation> operations = {row.floor, row.monitor};
     for (const Peer& peer : peers) {
-        operations.push_back(peer.*row.peer);
+        operations.push_back((peer.*row.peer).run);
     }
     const std::vector<Timing> timings = Interleave(operations, options.rounds);
     const Allocations taken = corvane_bench::CountAllocations(row.monitor, options.origins);
@@ -202,8 +208,12 @@ std::string RunRow(const Row& row, const std::vector<Peer>& peers, const Options
             printf(" %11s |", "-");
             continue;
         }
-        printf(" %11.2f |", timing.ratio);
-        if (timing.ratio < timings[1].ratio) {
+        const double own_ratio = OwnRatio(peers[i].*row.peer, timing, options.rounds);
+        char text[32];
+        const bool keeps_open = own_ratio != timing.ratio;
+        snprintf(text, sizeof(text), keeps_open ? "%.2f (%.2f)" : "%.2f", timing.ratio, own_ratio);
+        printf(" %11s |", text);
+        if (own_ratio < timings[1].ratio) {
             fault += std::string(" ") + peers[i].name + " is nearer the floor;";
         }
     }

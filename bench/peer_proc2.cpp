@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "peers.h"
+#include "raw_calls.h"
 
 #ifdef CORVANE_BENCH_PROC2
 
@@ -48,28 +49,32 @@ Peer Proc2(pid_t own_pid, pid_t many_threads) {
         SelectProcess(g_process_items, Size(g_process_items), own_pid, PIDS_SELECT_PID);
     const Operation threads = SelectProcess(g_process_items, Size(g_process_items), many_threads,
                                             PIDS_SELECT_PID_THREADS);
-    peer.process_memory = SelectProcess(g_process_memory_items, Size(g_process_memory_items),
-                                        own_pid, PIDS_SELECT_PID);
+    peer.process_memory = {SelectProcess(g_process_memory_items, Size(g_process_memory_items),
+                                         own_pid, PIDS_SELECT_PID)};
     peer.present = procps_stat_new(&cpu) == 0 && procps_meminfo_new(&memory) == 0 &&
-                   procps_diskstats_new(&disk) == 0 && own_cpu && threads && peer.process_memory;
+                   procps_diskstats_new(&disk) == 0 && own_cpu && threads &&
+                   peer.process_memory.run;
     if (!peer.present) {
         return {"libproc2"};
     }
-    peer.cpu = [cpu] {
-        procps_stat_reap(cpu, STAT_REAP_CPUS_ONLY, g_cpu_items, Size(g_cpu_items));
-    };
-    peer.memory = [memory] { procps_meminfo_select(memory, g_memory_items, Size(g_memory_items)); };
-    peer.disk = [disk] { procps_diskstats_reap(disk, g_disk_items, Size(g_disk_items)); };
+    peer.cpu = {
+        [cpu] { procps_stat_reap(cpu, STAT_REAP_CPUS_ONLY, g_cpu_items, Size(g_cpu_items)); },
+        RawReread("/proc/stat", 2)};
+    peer.memory = {
+        [memory] { procps_meminfo_select(memory, g_memory_items, Size(g_memory_items)); },
+        RawReread("/proc/meminfo", 1)};
+    peer.disk = {[disk] { procps_diskstats_reap(disk, g_disk_items, Size(g_disk_items)); },
+                 RawReread("/proc/diskstats", 2)};
     // A share of the machine's time needs the machine's ticks as well.
     const Operation machine = [cpu] { procps_stat_select(cpu, g_cpu_items, Size(g_cpu_items)); };
-    peer.process_cpu = [own_cpu, machine] {
+    peer.process_cpu = {[own_cpu, machine] {
         own_cpu();
         machine();
-    };
-    peer.process_threads = [threads, machine] {
+    }};
+    peer.process_threads = {[threads, machine] {
         threads();
         machine();
-    };
+    }};
     return peer;
 }
 

@@ -9,18 +9,24 @@
 
 namespace corvane_bench {
 
-/// What a peer offers for the same figures; empty where it offers nothing.
+/// What a peer offers for one row; empty where it offers nothing.
+struct PeerOperation {
+    Operation run = {};
+    Operation floor = {};  ///< the system calls it makes, where it keeps a file open; else empty
+};
+
+/// What a peer offers for the same figures.
 struct Peer {
     const char* name;
     bool present = false;
-    Operation cpu = {};
-    Operation memory = {};
-    Operation network = {};
-    Operation disk = {};
-    Operation process_cpu = {};
-    Operation process_threads = {};
-    Operation process_memory = {};
-    Operation cycle = {};  ///< all of these but the threads, where it has every one
+    PeerOperation cpu = {};
+    PeerOperation memory = {};
+    PeerOperation network = {};
+    PeerOperation disk = {};
+    PeerOperation process_cpu = {};
+    PeerOperation process_threads = {};
+    PeerOperation process_memory = {};
+    PeerOperation cycle = {};  ///< all of these but the threads, where it has every one
 };
 
 /// `many_threads` is the process of Peer::process_threads, `own_pid` that of the others.

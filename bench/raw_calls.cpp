@@ -28,6 +28,15 @@ void RawRead(const char* path) {
     close(descriptor);
 }
 
+std::function<void()> RawReread(const char* path, int reads) {
+    return [descriptor = open(path, O_RDONLY | O_CLOEXEC), reads] {
+        lseek(descriptor, 0, SEEK_SET);
+        for (int i = 0; i < reads; ++i) {
+            [[maybe_unused]] const ssize_t ignored = read(descriptor, g_buffer, sizeof(g_buffer));
+        }
+    };
+}
+
 void RawExists(const char* path) {
     [[maybe_unused]] const int ignored = access(path, F_OK);
 }

@@ -4,10 +4,15 @@
 
 #include <sys/types.h>
 
+#include <functional>
+
 namespace corvane_bench {
 
 /// open, read to the end, close.
 void RawRead(const char* path);
+
+/// A file kept open, which is what the operation holds: seek to the start, then so many reads.
+std::function<void()> RawReread(const char* path, int reads);
 
 /// access.
 void RawExists(const char* path);
