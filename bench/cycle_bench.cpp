@@ -1,7 +1,8 @@
 // What a cycle costs beside what it cannot cost less: each operation of the monitor against the raw
 // system calls that it needs, and against the libraries that a user would pick instead.
 //
-//   cycle_bench [--check] [--rounds N] [--directory PATH] [--only NAME] [--origins] [--profile]
+//   cycle_bench [--check] [--rounds N] [--threads N] [--directory PATH] [--only NAME]
+//               [--origins] [--profile]
 //
 // --check ends with 1 when a ratio is above its limit, a peer is nearer the floor, or an operation
 // takes memory beyond its streams' own. --only runs one row; with --profile nothing but the
@@ -37,7 +38,6 @@ using corvane_bench::SystemCalls;
 using corvane_bench::Timing;
 using CorvaneCommon::CMonitorPhysicalUtil;
 
-constexpr int CROWD = 1000;
 constexpr uint64_t INTERVAL_SECONDS = 1;
 
 struct Options {
@@ -45,6 +45,7 @@ struct Options {
     bool origins = false;
     bool profile = false;
     int rounds = 400;
+    int threads = 1000;  ///< of the process in the row of that name
     std::string directory = std::filesystem::current_path();  ///< absolute, as hosts register them
     std::string only;
 };
@@ -69,6 +70,8 @@ bool ParseOptions(int argc, char** argv, Options& options) {
             options.profile = true;
         } else if (strcmp(argv[i], "--rounds") == 0 && has_value) {
             options.rounds = std::max(1, atoi(argv[++i]));
+        } else if (strcmp(argv[i], "--threads") == 0 && has_value) {
+            options.threads = std::max(1, atoi(argv[++i]));
         } else if (strcmp(argv[i], "--directory") == 0 && has_value) {
             options.directory = argv[++i];
         } else if (strcmp(argv[i], "--only") == 0 && has_value) {
@@ -236,7 +239,7 @@ int main(int argc, char** argv) {
     if (!ParseOptions(argc, argv, options)) {
         return 2;
     }
-    const corvane_bench::ThreadCrowd crowd(CROWD);
+    const corvane_bench::ThreadCrowd crowd(options.threads);
     const std::vector<Peer> peers = {corvane_bench::Proc2(getpid(), crowd.Pid()),
                                      corvane_bench::Statgrab(getpid(), crowd.Pid())};
     for (const Peer& peer : peers) {
