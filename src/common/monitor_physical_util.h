@@ -206,16 +206,17 @@ public:
     /// One normal-cycle pass: every known core against its stored sample, summed; the sum raises
     /// the peak. The first pass measures from construction.
     /// @param refresh whether this sample becomes the baseline of the next pass
-    /// @return 0; COMMON_ERR_INVALID_ARGUMENTS when the cores changed (both cycles' baselines are
-    ///         then taken anew, both machine figures are 0 and the next pass succeeds) or a line
+    /// @return 0; COMMON_ERR_INVALID_ARGUMENTS when the cores changed (they are then discovered
+    ///         anew, with baselines for both cycles, and both machine figures are 0) or a line
     ///         has no end or no name that fits; COMMON_ERR_LINUX_SYSTEM_CALL_FAIL when the file
     ///         cannot be read or a line's numbers not parsed; COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE
     ///         when a core has no stored sample. On any other failure the peak is as it was, and
     ///         cores before the fault keep new baselines.
     ///
     /// Cores are found as text, in file order: when cpu1 goes and cpu10 comes between two passes,
-    /// one pass mixes the two. Counters that fall give one wrong figure, which stays in the peak
-    /// until it is cleared. A core beyond 40959 characters of the file fails every pass.
+    /// and no known core stands behind, a pass mixes the two until one has refreshed. Counters
+    /// that fall give one wrong figure, which stays in the peak until it is cleared. A core beyond
+    /// 40959 characters of the file fails every pass, and so does a file without a core's line.
     int32_t CalcCPUMonitorInfo(bool refresh, LogCategory* log_handle);
 
     /// The peak of the normal cycle since the last clear: 0 to 100 times the cores. Reads no file.
@@ -225,7 +226,8 @@ public:
     /// Samples one line of /proc/stat now ("cpu" for the whole machine on the scale 0 to 100, or
     /// cpu0, cpu1, ...) against the normal cycle's stored sample. The figure is the higher of now
     /// and the line's peak, and raises that peak; a normal pass with `refresh` overwrites the peak
-    /// of every core, so it reaches back to the last pass (for "cpu": to the last clear).
+    /// of every core, so it reaches back to the last pass (for "cpu": to the last clear or
+    /// discovery). The first text that holds the name is read: cpu1's is cpu10's when cpu1 is gone.
     /// @param refresh whether this sample becomes the normal cycle's baseline of the line
     /// @return 0; COMMON_ERR_INVALID_ARGUMENTS for a null or empty argument, or when the name is
     ///         not in the file (the cores are then discovered anew) or its line has no end;
@@ -253,15 +255,18 @@ public:
     //
     // Figures are whole percent of one core, rounded up: a process that keeps 2.5 cores busy reads
     // 250. A new pid is primed by two passes that succeed with 0; the third measures. Results stay
-    // per pid until the next successful pass, also when the process has gone; a pid that is used
-    // again continues from the old samples, which gives one wrong figure.
+    // per pid until the next successful pass, also when the process has gone. A pid that is used
+    // again continues from the old samples, and its figures may be negative: in the normal cycle
+    // one wrong figure, which stays in the peak if it is high; in the tiny cycle all of them.
     //
     // A command name with a blank in it cannot be read: such a process always fails with
     // COMMON_ERR_LINUX_SYSTEM_CALL_FAIL, such a thread is left out with an ERROR record. Name
     // processes and threads without blanks.
 
     /// One normal-cycle pass for a process. Keeps peaks; its samples become the next baseline.
-    /// @param cal_max_thread_cpu whether to walk the threads too: opens one file a thread
+    /// @param cal_max_thread_cpu whether to walk the threads too: opens one file a thread. A thread
+    ///        is measured when the pass before walked it as well: walk them in every pass or in
+    ///        none
     /// @return 0; COMMON_ERR_INVALID_ARGUMENTS for a pid that is 0 or does not exist; the code of
     ///         the step that failed otherwise. On failure the process's results and baselines
     ///         stay. A /proc/stat without a "cpu" line makes the cores be discovered anew, as in
