@@ -25,10 +25,15 @@ using CorvaneCommon::CPUInfoResult;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+constexpr const char* STAT = "/proc/stat";
 constexpr const char* REINIT = "maybe cpu changed, reinit cpu info.";
 
 std::string Missing(const std::string& core) {
     return "(null) Can not find " + core + ", maybe cpu changed, reinit cpu info.";
+}
+
+KernelFiles Stat(const std::vector<Core>& cores) {
+    return {{STAT, StatText(cores)}};
 }
 
 CPUInfo Sample(uint64_t user, uint64_t idle, uint64_t iowait = 0) {
@@ -118,8 +123,7 @@ TEST(CalcCPUInfo, PeaksAndBaselines) {
 }
 
 TEST(Discovery, StoresTheMachinesLineButDoesNotListIt) {
-    const FakeKernel kernel(
-        KernelFiles{{"/proc/stat", StatText({{"cpu0", 1, 2}, {"cpu2", 3, 4}, {"cpu10", 5, 6}})}});
+    const FakeKernel kernel(Stat({{"cpu0", 1, 2}, {"cpu2", 3, 4}, {"cpu10", 5, 6}}));
     Monitor monitor;
     EXPECT_THAT(monitor.cpu_core_name, ElementsAre("cpu0", "cpu2", "cpu10"));
     for (const auto* const samples : {&monitor.old_cpu_info, &monitor.old_tiny_cycle_cpu_info}) {
@@ -180,73 +184,59 @@ TEST(Discovery, Faults) {
 }
 
 TEST(NormalCycle, CoresComeAndGo) {
-    const std::string both = StatText({{"cpu0", 0, 0}, {"cpu1", 0, 0}});
-    FakeKernel kernel(KernelFiles{{"/proc/stat", both}});
+    FakeKernel kernel(Stat({{"cpu0", 0, 0}, {"cpu1", 0, 0}}));
     Monitor monitor;
     const auto changed = COMMON_ERR_INVALID_ARGUMENTS;
+    const std::string name_124(124, 'x');
+    const std::string too_long = "the size of now_cpu_info.cpu_core_name is not enough, buf: cpu0";
     Replay(
         kernel,
-        {
-            {"both busy",
-             {{"/proc/stat", StatText({{"cpu0", 90, 10}, {"cpu1", 70, 30}})}},
-             0,
-             {2, 160},
-             {}},
-            {"load falls, the peak stays",
-             {{"/proc/stat", StatText({{"cpu0", 100, 100}, {"cpu1", 70, 130}})}},
-             0,
-             {2, 160},
-             {}},
-            {"cpu1 goes: both figures restart",
-             {{"/proc/stat", StatText({{"cpu0", 100, 100}})}},
-             changed,
-             {1, 0},
-             {Missing("cpu1")}},
-            {"one core left", {{"/proc/stat", StatText({{"cpu0", 150, 150}})}}, 0, {1, 50}, {}},
-            {"cpu1 and cpu5 come",
-             {{"/proc/stat", StatText({{"cpu0", 150, 150}, {"cpu1", 9, 9}, {"cpu5", 9, 9}})}},
-             changed,
-             {3, 0},
-             {REINIT}},
-            {"three cores",
-             {{"/proc/stat", StatText({{"cpu0", 160, 240}, {"cpu1", 29, 89}, {"cpu5", 39, 79}})}},
-             0,
-             {3, 60},
-             {}},
-            {"the file is empty", {{"/proc/stat", ""}}, changed, {0, 0}, {Missing("cpu0")}},
-            {"and stays so", {}, 0, {0, 0}, {}},
-            {"a core is back",
-             {{"/proc/stat", StatText({{"cpu0", 5, 5}})}},
-             changed,
-             {1, 0},
-             {REINIT}},
-            {"no line end",
-             {{"/proc/stat", "cpu0 6 0 0 6 0 0 0"}},
-             changed,
-             {1, 0},
-             {"cpu0 6 0 0 6 0 0 0 Can not find \\n after cpu0."}},
-            {"no blank",
-             {{"/proc/stat", "cpu0\n"}},
-             changed,
-             {1, 0},
-             {"the size of now_cpu_info.cpu_core_name is not enough, buf: cpu0."}},
-            {"no numbers",
-             {{"/proc/stat", "cpu0 x\n"}},
-             COMMON_ERR_LINUX_SYSTEM_CALL_FAIL,
-             {1, 0},
-             {"sscanf failed, file: /proc/stat, buf: cpu0 x."}},
-            {"the longest name",
-             {{"/proc/stat", "cpu0" + std::string(123, 'x') + " 15 0 0 5 0 0 0\n"}},
-             0,
-             {1, 100},
-             {}},
-            {"a name too long",
-             {{"/proc/stat", "cpu0" + std::string(124, 'x') + " 1 2\n"}},
-             changed,
-             {1, 100},
-             {"the size of now_cpu_info.cpu_core_name is not enough, buf: cpu0" +
-              std::string(124, 'x') + " 1 2."}},
-        },
+        {{"both busy", Stat({{"cpu0", 90, 10}, {"cpu1", 70, 30}}), 0, {2, 160}, {}},
+         {"load falls, the peak stays",
+          Stat({{"cpu0", 100, 100}, {"cpu1", 70, 130}}),
+          0,
+          {2, 160},
+          {}},
+         {"cpu1 goes: both figures restart",
+          Stat({{"cpu0", 100, 100}}),
+          changed,
+          {1, 0},
+          {Missing("cpu1")}},
+         {"one core left", Stat({{"cpu0", 150, 150}}), 0, {1, 50}, {}},
+         {"cpu1 and cpu5 come",
+          Stat({{"cpu0", 150, 150}, {"cpu1", 9, 9}, {"cpu5", 9, 9}}),
+          changed,
+          {3, 0},
+          {REINIT}},
+         {"three cores",
+          Stat({{"cpu0", 160, 240}, {"cpu1", 29, 89}, {"cpu5", 39, 79}}),
+          0,
+          {3, 60},
+          {}},
+         {"the file is empty", {{STAT, ""}}, changed, {0, 0}, {Missing("cpu0")}},
+         {"and stays so", {}, 0, {0, 0}, {}},
+         {"a core is back", Stat({{"cpu0", 5, 5}}), changed, {1, 0}, {REINIT}},
+         {"no line end",
+          {{STAT, "cpu0 6 0 0 6 0 0 0"}},
+          changed,
+          {1, 0},
+          {"cpu0 6 0 0 6 0 0 0 Can not find \\n after cpu0."}},
+         {"no blank", {{STAT, "cpu0\n"}}, changed, {1, 0}, {too_long + "."}},
+         {"no numbers",
+          {{STAT, "cpu0 x\n"}},
+          COMMON_ERR_LINUX_SYSTEM_CALL_FAIL,
+          {1, 0},
+          {"sscanf failed, file: /proc/stat, buf: cpu0 x."}},
+         {"the longest name",
+          {{STAT, "cpu0" + name_124.substr(1) + " 15 0 0 5 0 0 0\n"}},
+          0,
+          {1, 100},
+          {}},
+         {"a name too long",
+          {{STAT, "cpu0" + name_124 + " 1 2\n"}},
+          changed,
+          {1, 100},
+          {too_long + name_124 + " 1 2."}}},
         [&](LogCategory* log) { return monitor->CalcCPUMonitorInfo(true, log); },
         [&]() -> std::vector<uint64_t> {
             CPUInfoResult result;
@@ -256,10 +246,10 @@ TEST(NormalCycle, CoresComeAndGo) {
 }
 
 TEST(NormalCycle, ACoreWithoutASampleEndsThePassBehindTheOthers) {
-    FakeKernel kernel(KernelFiles{{"/proc/stat", StatText({{"cpu0", 0, 0}, {"cpu1", 0, 0}})}});
+    FakeKernel kernel(Stat({{"cpu0", 0, 0}, {"cpu1", 0, 0}}));
     Monitor monitor;
     monitor.old_cpu_info.erase("cpu1");
-    kernel.Write("/proc/stat", StatText({{"cpu0", 7, 0}, {"cpu1", 7, 0}}));
+    kernel.Write(Stat({{"cpu0", 7, 0}, {"cpu1", 7, 0}}));
     CapturingLog log;
     EXPECT_EQ(monitor->CalcCPUMonitorInfo(true, &log), COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE);
     EXPECT_THAT(log.TakeTexts(),
@@ -272,9 +262,9 @@ TEST(NormalCycle, ACoreWithoutASampleEndsThePassBehindTheOthers) {
 }
 
 TEST(NormalCycle, AGoneCoreIsMixedWithANewOneThatHoldsItsName) {
-    FakeKernel kernel(KernelFiles{{"/proc/stat", StatText({{"cpu0", 0, 0}, {"cpu1", 0, 0}})}});
+    FakeKernel kernel(Stat({{"cpu0", 0, 0}, {"cpu1", 0, 0}}));
     Monitor monitor;
-    kernel.Write("/proc/stat", StatText({{"cpu0", 0, 100}, {"cpu10", 40, 60}}));
+    kernel.Write(Stat({{"cpu0", 0, 100}, {"cpu10", 40, 60}}));
     EXPECT_EQ(monitor->CalcCPUMonitorInfo(true, nullptr), 0);
     CPUInfoResult result;
     monitor->GetCPUMonitorInfo(&result, nullptr);
@@ -282,7 +272,7 @@ TEST(NormalCycle, AGoneCoreIsMixedWithANewOneThatHoldsItsName) {
 }
 
 TEST(TinyCycle, FollowsTheLatestFigureOnItsOwnBaselines) {
-    FakeKernel kernel(KernelFiles{{"/proc/stat", StatText({{"cpu0", 0, 0}})}});
+    FakeKernel kernel(Stat({{"cpu0", 0, 0}}));
     Monitor monitor;
     const auto read = [&]() -> std::vector<uint64_t> {
         CPUInfoResult tiny;
@@ -293,33 +283,17 @@ TEST(TinyCycle, FollowsTheLatestFigureOnItsOwnBaselines) {
     };
     Replay(
         kernel,
-        {
-            {"busy", {{"/proc/stat", StatText({{"cpu0", 90, 10}})}}, 0, {1, 90, 0}, {}},
-            {"idle", {{"/proc/stat", StatText({{"cpu0", 100, 100}})}}, 0, {1, 10, 0}, {}},
-            {"gone",
-             {{"/proc/stat", ""}},
-             COMMON_ERR_INVALID_ARGUMENTS,
-             {0, 0, 0},
-             {Missing("cpu0")}},
-            {"nothing to measure", {}, 0, {0, 0, 0}, {}},
-        },
+        {{"busy", Stat({{"cpu0", 90, 10}}), 0, {1, 90, 0}, {}},
+         {"idle", Stat({{"cpu0", 100, 100}}), 0, {1, 10, 0}, {}},
+         {"gone", {{STAT, ""}}, COMMON_ERR_INVALID_ARGUMENTS, {0, 0, 0}, {Missing("cpu0")}},
+         {"nothing to measure", {}, 0, {0, 0, 0}, {}}},
         [&](LogCategory* log) { return monitor->CalcCPUMonitorInfoForTinyCycle(true, log); }, read);
-    kernel.Write("/proc/stat", StatText({{"cpu0", 0, 0}}));
+    kernel.Write(Stat({{"cpu0", 0, 0}}));
     EXPECT_EQ(monitor->CalcCPUMonitorInfo(true, nullptr), COMMON_ERR_INVALID_ARGUMENTS);
     Replay(
         kernel,
-        {
-            {"the same base twice",
-             {{"/proc/stat", StatText({{"cpu0", 30, 70}})}},
-             0,
-             {1, 30, 0},
-             {}},
-            {"the same base again",
-             {{"/proc/stat", StatText({{"cpu0", 50, 50}})}},
-             0,
-             {1, 50, 0},
-             {}},
-        },
+        {{"the same base twice", Stat({{"cpu0", 30, 70}}), 0, {1, 30, 0}, {}},
+         {"the same base again", Stat({{"cpu0", 50, 50}}), 0, {1, 50, 0}, {}}},
         [&](LogCategory* log) { return monitor->CalcCPUMonitorInfoForTinyCycle(false, log); },
         read);
     EXPECT_EQ(monitor->CalcCPUMonitorInfo(true, nullptr), 0);
@@ -332,7 +306,7 @@ TEST(TinyCycle, FollowsTheLatestFigureOnItsOwnBaselines) {
 }
 
 TEST(OnDemand, MeasuresOneLineAgainstTheNormalBaseline) {
-    FakeKernel kernel(KernelFiles{{"/proc/stat", StatText({{"cpu0", 0, 0}, {"cpu1", 0, 0}})}});
+    FakeKernel kernel(Stat({{"cpu0", 0, 0}, {"cpu1", 0, 0}}));
     Monitor monitor;
     CapturingLog log;
     CPUInfoResult result;
@@ -340,7 +314,7 @@ TEST(OnDemand, MeasuresOneLineAgainstTheNormalBaseline) {
         EXPECT_EQ(monitor->GetCPUMonitorInfo(&result, name, refresh, &log), 0);
         return result.cpu_utilization;
     };
-    kernel.Write("/proc/stat", StatText({{"cpu0", 60, 40}, {"cpu1", 20, 80}}));
+    kernel.Write(Stat({{"cpu0", 60, 40}, {"cpu1", 20, 80}}));
     EXPECT_EQ(percent("cpu", false), 40U);
     EXPECT_EQ(percent("cpu1", true), 20U);
     EXPECT_EQ(percent("cpu1", true), 20U);  // no tick since, but the line's peak stands
@@ -395,9 +369,9 @@ TEST(BigMachines, MeasuredUpToTheBufferAndNeverBeyond) {
             before.push_back({"cpu" + std::to_string(i), 100000, 100000});
             after.push_back({"cpu" + std::to_string(i), 100025, 100075});
         }
-        FakeKernel kernel(KernelFiles{{"/proc/stat", StatText(before)}});
+        FakeKernel kernel(Stat(before));
         Monitor monitor;
-        kernel.Write("/proc/stat", StatText(after));
+        kernel.Write(Stat(after));
         CPUInfoResult result;
         const int32_t status = monitor->CalcCPUMonitorInfo(true, nullptr);
         monitor->GetCPUMonitorInfo(&result, nullptr);
