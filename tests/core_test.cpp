@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -173,6 +174,28 @@ TEST(GetRealFilePath, ResolvesLinksAndCutsToTheDestination) {
                                        "file_path is NULL, real_file_path: 0x"),
                             StartsWith("real_file_path is NULL or"),
                             "/link can not resolved to real path, error_msg: Permission denied."));
+}
+
+/// Assigns a record without a zero byte to another: how many of its bytes are not taken over.
+template <typename Record>
+int BytesLostByAssignment() {
+    Record full;
+    memset(static_cast<void*>(&full), 'x', sizeof(full));
+    Record copy;
+    copy = full;
+    const Record& itself = copy;
+    copy = itself;
+    int lost = 0;
+    for (size_t i = 0; i < sizeof(full); ++i) {
+        lost += reinterpret_cast<const char*>(&copy)[i] == 'x' ? 0 : 1;
+    }
+    return lost;
+}
+
+TEST(Records, AssignmentTakesAllButTheLastCharacterOfANameThatNeverEnds) {
+    EXPECT_EQ(BytesLostByAssignment<CorvaneCommon::CPUInfo>(), 1);
+    EXPECT_EQ(BytesLostByAssignment<CorvaneCommon::NetworkInfo>(), 1);
+    EXPECT_EQ(BytesLostByAssignment<CorvaneCommon::NetworkInfoResult>(), 2);
 }
 
 TEST(Checks, PathsAndPids) {

@@ -304,11 +304,11 @@ TEST(ProcessCPU, BadArgumentsAndWhatWasNeverMeasured) {
           m.monitor.GetProcessCPUInfo(&sample, 0U, true, &m.log),
           m.monitor.CalcProcessCPUInfo(process, thread, nullptr, nullptr, 0U, true, true, &m.log),
           m.monitor->GetProcessCPUMonitorInfo(process, PID, &m.log),
-          m.monitor->GetProcessMaxThreadCPUMonitorInfo(thread, PID, &m.log),
-          m.monitor->GetProcessCPUMonitorInfoForTinyCycle(process, thread, PID, &m.log)}) {
+          m.monitor->GetProcessMaxThreadCPUMonitorInfo(thread, PID, &m.log)}) {
         EXPECT_EQ(status, WRONG);
     }
-    EXPECT_EQ(process + thread, 0);
+    EXPECT_EQ(std::pair(process, thread), std::pair(0, 0));
+    EXPECT_EQ(m.monitor->GetProcessCPUMonitorInfoForTinyCycle(process, thread, PID, &m.log), WRONG);
     EXPECT_EQ(m.kernel.Count(KernelCall::Open), 0);
     EXPECT_EQ(m.monitor->CalcProcessCPUMonitorInfo(PID, &m.log, false), 0);
     EXPECT_EQ(m.kernel.Count(KernelCall::Open), 2);  // no thread's
