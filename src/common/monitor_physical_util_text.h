@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <system_error>
 
 #include "monitor_physical_util.h"
 
@@ -106,42 +107,32 @@ inline bool ScanName(const char*& text, char (&name)[MONITOR_NAME_LENGTH]) {
     return true;
 }
 
-/// The number in a run of digits; false when 64 bits do not hold it.
-inline bool ToNumber(const char* first, const char* end, uint64_t& number) {
-    constexpr uint64_t BASE = 10;
-    constexpr ptrdiff_t DIGITS_THAT_FIT = 19;
-    const bool fits = end - first <= DIGITS_THAT_FIT;
-    bool overflow = false;
-    number = 0;
-    for (; first != end; ++first) {
-        const auto digit = static_cast<uint64_t>(*first - '0');
-        if (fits) {
-            number = number * BASE + digit;
-            continue;
-        }
-        overflow = __builtin_mul_overflow(number, BASE, &number) || overflow;
-        overflow = __builtin_add_overflow(number, digit, &number) || overflow;
-    }
-    return !overflow;
+/// Whether 64 bits hold the number in a run of digits.
+inline bool FitsNumber(const char* first, const char* end) {
+    uint64_t number = 0;
+    return std::from_chars(first, end, number).ec == std::errc();
 }
 
 inline bool ScanNumber(const char*& text, uint64_t& value) {
+    constexpr uint64_t BASE = 10;
+    constexpr ptrdiff_t DIGITS_THAT_FIT = 19;
     const char* first = SkipSpace(text);
     const bool negative = *first == '-';
     if (*first == '-' || *first == '+') {
         ++first;
     }
     const char* end = first;
-    while (IsDigit(*end)) {
-        ++end;
+    uint64_t number = 0;
+    for (; IsDigit(*end); ++end) {
+        number = number * BASE + static_cast<uint64_t>(*end - '0');
     }
     if (end == first) {
         return false;
     }
-    if (!ToNumber(first, end, value)) {
+    if (end - first > DIGITS_THAT_FIT && !FitsNumber(first, end)) {
         value = UINT64_MAX;
-    } else if (negative) {
-        value = 0 - value;
+    } else {
+        value = negative ? 0 - number : number;
     }
     text = end;
     return true;
