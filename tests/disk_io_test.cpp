@@ -205,7 +205,7 @@ TEST_F(DiskLoad, OfAnArrayIsThatOfItsBusiestMembers) {
     CapturingLog debug(LOG_PRIORITY_DEBUG);
     monitor.raid_to_disk_map["md0"].clear();  // without members: a disk
     EXPECT_EQ(monitor->CalcDiskIOMonitorInfo("/raid/a", 1, true, &debug), 0);
-    EXPECT_EQ(debug.TakeTexts()[0], "file_path: /raid/a raid disk empty.");
+    EXPECT_EQ(debug.TakeTexts()[0], "DEBUG file_path: /raid/a raid disk empty.");
     EXPECT_EQ(Read("/raid/a"), "md0 1 0");
 }
 
@@ -218,24 +218,26 @@ TEST_F(DiskLoad, OfAListTakesEachDiskOnceAndEachArrayPerDirectory) {
     };
     EXPECT_EQ(calc({"/raid/a", "/data", "/var", "", nullptr, "/new", "/link"}), 0);
     const auto sample = [](const std::string& disk, int reads, int busy) {
-        return "device_name: " + disk + ", new_reads_completed: " + std::to_string(reads) +
+        return "DEBUG device_name: " + disk + ", new_reads_completed: " + std::to_string(reads) +
                ", new_writes_completed: 1, old_reads_completed: 0, old_writes_completed: 0, "
                "new_time_spent_doing_ios: " +
                std::to_string(busy) + ", old_time_spent_doing_ios: 0, time_interval:  1";
     };
     EXPECT_THAT(
         debug.TakeTexts(),
-        ElementsAre(
-            "file_path: /raid/a is raid disk.", sample("sdc1", 3, 30),
-            "disk: sdc1 iorate 3 iops 4.", sample("sdd1", 2, 50), "disk: sdd1 iorate 5 iops 3.",
-            "set path: /raid/a iorate 5 iops 4.", "file_path: /data not raid disk.",
-            sample("sdb", 200, 30), "file_path: /data, disk_io_rate: 3, disk_iops: 201",
-            "Can not find disk_name, file_path: /var.", "Can not find disk_name, file_path: /var.",
-            "GetDiskIOInfo failed, ret: -281, file_path: /var.", "file_path: /new not raid disk.",
-            "can not get old disk info, disk device name: sde.",
-            "CalcDiskIOInfo failed, ret: -3609, file_path: /new.",
-            "file_path: /data/db not raid disk.",
-            "file_path: /link, disk_io_rate: 3, disk_iops: 201"));
+        ElementsAre("DEBUG file_path: /raid/a is raid disk.", sample("sdc1", 3, 30),
+                    "DEBUG disk: sdc1 iorate 3 iops 4.", sample("sdd1", 2, 50),
+                    "DEBUG disk: sdd1 iorate 5 iops 3.", "DEBUG set path: /raid/a iorate 5 iops 4.",
+                    "DEBUG file_path: /data not raid disk.", sample("sdb", 200, 30),
+                    "DEBUG file_path: /data, disk_io_rate: 3, disk_iops: 201",
+                    "Can not find disk_name, file_path: /var.",
+                    "Can not find disk_name, file_path: /var.",
+                    "GetDiskIOInfo failed, ret: -281, file_path: /var.",
+                    "DEBUG file_path: /new not raid disk.",
+                    "can not get old disk info, disk device name: sde.",
+                    "CalcDiskIOInfo failed, ret: -3609, file_path: /new.",
+                    "DEBUG file_path: /data/db not raid disk.",
+                    "DEBUG file_path: /link, disk_io_rate: 3, disk_iops: 201"));
     EXPECT_EQ(Read("/link"), "sdb 3 201");
     EXPECT_EQ(Read("/new"), "none");
     EXPECT_EQ(calc({"/data", "/raid/b", "/none", "/"}), WRONG);

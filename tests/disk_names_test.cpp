@@ -174,12 +174,13 @@ protected:
 
 TEST_F(Registration, TakesTheFirstSampleOfEachDiskAndMember) {
     EXPECT_EQ(Register(monitor, {"/raid/a", nullptr, "/run", "", "/", "/raid"}, log), 0);
-    EXPECT_THAT(log.TakeTexts(),
-                ElementsAre("fopen /proc/mdstat success.",
-                            "get md0 : active raid1 sdb1[0] sdc1[1]\n from file /proc/mdstat.",
-                            "raid md0 add disk sdb1", "raid md0 add disk sdc1",
-                            "disk: md0 is raid disk.", "disk: tmpfs not raid disk.",
-                            "disk: sda2 not raid disk.", "disk: md0 is raid disk."));
+    EXPECT_THAT(
+        log.TakeTexts(),
+        ElementsAre("DEBUG fopen /proc/mdstat success.",
+                    "DEBUG get md0 : active raid1 sdb1[0] sdc1[1]\n from file /proc/mdstat.",
+                    "DEBUG raid md0 add disk sdb1", "DEBUG raid md0 add disk sdc1",
+                    "DEBUG disk: md0 is raid disk.", "DEBUG disk: tmpfs not raid disk.",
+                    "DEBUG disk: sda2 not raid disk.", "DEBUG disk: md0 is raid disk."));
     EXPECT_THAT(Listed(monitor), ElementsAre("sdb1", "sdc1", "md0", "sda2"));
     EXPECT_STREQ(monitor.old_disk_io_info["sda2"].device_name, "sda");
     EXPECT_EQ(monitor.old_disk_io_info["sdc1"].reads_completed, 4U);
@@ -189,7 +190,7 @@ TEST_F(Registration, TakesTheFirstSampleOfEachDiskAndMember) {
     EXPECT_THAT(Listed(monitor), ElementsAre("sdb1", "sdc1", "md0", "sda2", "tmpfs"));
     monitor.raid_to_disk_map["md0"].clear();
     monitor.SetRaidIOStatInfo("", "md0", &log);
-    EXPECT_EQ(log.TakeTexts().back(), "disk: md0 raid disk empty.");
+    EXPECT_EQ(log.TakeTexts().back(), "DEBUG disk: md0 raid disk empty.");
 }
 
 TEST_F(Registration, Faults) {

@@ -9,8 +9,13 @@ namespace corvane_test {
 
 std::vector<std::string> CapturingLog::TakeTexts() {
     std::vector<std::string> texts;
-    for (LogRecord& record : m_records) {
-        texts.push_back(std::move(record.text));
+    for (const LogRecord& record : m_records) {
+        const char* const prefix = record.priority == LOG_PRIORITY_ERROR   ? ""
+                                   : record.priority == LOG_PRIORITY_WARN  ? "WARN "
+                                   : record.priority == LOG_PRIORITY_DEBUG ? "DEBUG "
+                                   : record.priority == LOG_PRIORITY_TRACE ? "TRACE "
+                                                                           : "? ";
+        texts.push_back(prefix + record.text);
     }
     m_records.clear();
     return texts;

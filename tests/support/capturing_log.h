@@ -28,7 +28,7 @@ public:
     CapturingLog& operator=(const CapturingLog&) = delete;
     ~CapturingLog() = default;
 
-    /// The texts since the last call, oldest first.
+    /// The texts since the last call, oldest first, behind their priority unless it is ERROR.
     std::vector<std::string> TakeTexts();
     /// The records since the last take.
     const std::vector<LogRecord>& Records() const { return m_records; }
