@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <fstream>
 #include <string>
 
@@ -146,6 +147,7 @@ TEST(ProcessMemory, FiguresAndFaults) {
         kernel.Write("/proc/9/status", c.text);
         CapturingLog log;
         CorvaneCommon::ProcessMemoryInfo memory;
+        memory.virtual_memory_mb = memory.physical_memory_mb = 5;
         EXPECT_EQ(monitor.GetProcessMemoryInfo(&memory, 9U, &log), c.status) << c.text;
         EXPECT_EQ(memory.virtual_memory_mb, c.virtual_left) << c.text;
         EXPECT_EQ(memory.physical_memory_mb, c.physical_left) << c.text;
@@ -156,7 +158,7 @@ TEST(ProcessMemory, FiguresAndFaults) {
 }
 
 TEST(ProcessMemory, ChecksItsArgumentsInOrder) {
-    const FakeKernel kernel(KernelFiles{{"/proc/9/status", ""}});
+    FakeKernel kernel(KernelFiles{{"/proc/9/status", ""}});
     Monitor monitor;
     CapturingLog log;
     CorvaneCommon::ProcessMemoryInfo memory;
@@ -166,6 +168,9 @@ TEST(ProcessMemory, ChecksItsArgumentsInOrder) {
     EXPECT_EQ(monitor->GetProcessMemoryMonitorInfo(&memory, 8, &log), COMMON_ERR_INVALID_ARGUMENTS);
     EXPECT_EQ(monitor.GetProcessMemoryInfo(&memory, 0U, &log), COMMON_ERR_INVALID_ARGUMENTS);
     EXPECT_EQ(monitor->GetProcessMemoryMonitorInfo(&memory, 9, &log), COMMON_ERR_INVALID_ARGUMENTS);
+    kernel.Fail(KernelCall::Open, 1, ESRCH);  // it ended since
+    EXPECT_EQ(monitor->GetProcessMemoryMonitorInfo(&memory, 9, &log),
+              COMMON_ERR_LINUX_SYSTEM_CALL_FAIL);
     EXPECT_EQ(monitor.GetMemoryInfo(nullptr, &log), COMMON_ERR_INVALID_ARGUMENTS);
     using testing::EndsWith;
     using testing::StartsWith;
@@ -175,7 +180,9 @@ TEST(ProcessMemory, ChecksItsArgumentsInOrder) {
                             EndsWith(", pid: 0."), EndsWith(", pid: 8."),
                             StartsWith("process_memory_info is NULL or 0>= pid, process_memory"),
                             " Can not find VmSize.", "GetProcessMemoryInfo failed, ret: -281.",
-                            "memory_info is NULL."));
+                            "fopen /proc/9/status failed, error_msg: No such process.",
+                            "ReadFromFile failed, file: /proc/9/status.",
+                            "GetProcessMemoryInfo failed, ret: -3353.", "memory_info is NULL."));
 }
 
 TEST(Memory, AgreesWithThisMachine) {
