@@ -1,72 +1,82 @@
 #include "interleave.h"
 
+#include <benchmark/benchmark.h>
+
 #include <algorithm>
 #include <cstddef>
-#include <ctime>
+#include <iterator>
+#include <string>
 
 namespace corvane_bench {
 
 namespace {
 
-constexpr double BATCH_MICROSECONDS = 300;
-constexpr double MICROSECONDS_PER_SECOND = 1e6;
-constexpr double NANOSECONDS_PER_MICROSECOND = 1e3;
+/// Collects the CPU time per call of each batch, by the operation's number; prints nothing.
+class Collector : public benchmark::BenchmarkReporter {
+public:
+    explicit Collector(size_t operations) : m_batches(operations) {}
 
-double CPUMicroseconds() {
-    timespec now = {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) * MICROSECONDS_PER_SECOND +
-           static_cast<double>(now.tv_nsec) / NANOSECONDS_PER_MICROSECOND;
-}
+    bool ReportContext(const Context& /*context*/) override { return true; }
 
-/// One call before the clock starts: an expensive neighbour leaves the caches to whoever follows.
-double TimePerCall(const Operation& operation, int calls) {
-    operation();
-    const double start = CPUMicroseconds();
-    for (int call = 0; call < calls; ++call) {
-        operation();
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.run_type == Run::RT_Iteration) {
+                m_batches[std::stoul(run.run_name.function_name)].push_back(
+                    run.GetAdjustedCPUTime());
+            }
+        }
     }
-    return (CPUMicroseconds() - start) / calls;
-}
 
-/// How many calls fill a batch.
-int CallsPerBatch(const Operation& operation) {
-    return std::max(1, static_cast<int>(BATCH_MICROSECONDS / TimePerCall(operation, 3)));
-}
+    double Median(size_t operation) {
+        std::vector<double>& batches = m_batches[operation];
+        if (batches.empty()) {
+            return 0;
+        }
+        const auto middle = batches.begin() + static_cast<ptrdiff_t>(batches.size() / 2);
+        std::nth_element(batches.begin(), middle, batches.end());
+        return *middle;
+    }
 
-double Median(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
+private:
+    std::vector<std::vector<double>> m_batches;
+};
+
+void SetFlags(int rounds) {
+    std::string flags[] = {"", "--benchmark_enable_random_interleaving=true",
+                           "--benchmark_min_time=0.0003",
+                           "--benchmark_repetitions=" + std::to_string(rounds)};
+    char* arguments[std::size(flags)];
+    std::transform(std::begin(flags), std::end(flags), arguments,
+                   [](std::string& flag) { return flag.data(); });
+    int count = static_cast<int>(std::size(flags));
+    benchmark::Initialize(&count, arguments);
 }
 
 }  // namespace
 
 std::vector<Timing> Interleave(const std::vector<Operation>& operations, int rounds) {
-    const size_t count = operations.size();
-    std::vector<int> calls(count);
-    for (size_t i = 0; i < count; ++i) {
-        calls[i] = operations[i] ? CallsPerBatch(operations[i]) : 0;
-    }
-    std::vector<std::vector<double>> times(count);
-    std::vector<std::vector<double>> ratios(count);
-    std::vector<double> round_times(count);
-    for (int round = 0; round < rounds; ++round) {
-        // Each round starts with another one, so that none always follows the same neighbour.
-        for (size_t turn = 0; turn < count; ++turn) {
-            const size_t i = (turn + static_cast<size_t>(round)) % count;
-            if (operations[i]) {
-                round_times[i] = TimePerCall(operations[i], calls[i]);
+    SetFlags(rounds);
+    for (size_t i = 0; i < operations.size(); ++i) {
+        if (!operations[i]) {
+            continue;
+        }
+        const Operation& operation = operations[i];
+        benchmark::RegisterBenchmark(std::to_string(i).c_str(), [&operation](
+                                                                    benchmark::State& state) {
+            operation();  // an expensive neighbour leaves the caches to whoever follows
+            for ([[maybe_unused]] const auto turn : state) {
+                operation();
             }
-        }
-        for (size_t i = 0; i < count; ++i) {
-            times[i].push_back(round_times[i]);
-            ratios[i].push_back(round_times[i] / round_times[0]);
-        }
+        })->Unit(benchmark::kMicrosecond);
     }
-    std::vector<Timing> timings(count);
-    for (size_t i = 0; i < count; ++i) {
-        timings[i] = {Median(times[i]), Median(ratios[i])};
+    Collector collector(operations.size());
+    benchmark::RunSpecifiedBenchmarks(&collector);
+    benchmark::ClearRegisteredBenchmarks();
+
+    std::vector<Timing> timings(operations.size());
+    for (size_t i = 0; i < operations.size(); ++i) {
+        timings[i].microseconds = collector.Median(i);
+        timings[i].ratio = timings[i].microseconds / timings[0].microseconds;
     }
     return timings;
 }

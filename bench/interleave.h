@@ -1,8 +1,8 @@
-// Times several ways to do the same work against each other.
+// Times several ways to do the same work against each other, on Google Benchmark.
 //
-// They take turns in short batches of CPU time, many times over. A ratio is taken within each round
-// and the median over the rounds: other load on the machine, which lasts longer than a round, meets
-// all of them alike.
+// They take turns in short batches of CPU time in random order, many times over, and the figure of
+// each is the median of its batches: other load on the machine, which lasts longer than a batch,
+// meets all of them alike.
 #pragma once
 
 #include <functional>
@@ -13,8 +13,8 @@ namespace corvane_bench {
 using Operation = std::function<void()>;
 
 struct Timing {
-    double microseconds = 0;  ///< CPU time per call, median over the rounds
-    double ratio = 0;         ///< to the first operation of the same round, median
+    double microseconds = 0;  ///< CPU time per call, median over the batches
+    double ratio = 0;         ///< to the first operation
 };
 
 /// One timing per operation. An empty operation is skipped and gives zeros; the first may not be.
