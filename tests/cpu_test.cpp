@@ -240,7 +240,7 @@ TEST(NormalCycle, CoresComeAndGo) {
         [&](LogCategory* log) { return monitor->CalcCPUMonitorInfo(true, log); },
         [&]() -> std::vector<uint64_t> {
             CPUInfoResult result;
-            monitor->GetCPUMonitorInfo(&result, nullptr);
+            EXPECT_EQ(monitor->GetCPUMonitorInfo(&result, nullptr), 0);
             return {result.cpu_core_num, result.cpu_utilization};
         });
 }
@@ -277,7 +277,7 @@ TEST(TinyCycle, FollowsTheLatestFigureOnItsOwnBaselines) {
     const auto read = [&]() -> std::vector<uint64_t> {
         CPUInfoResult tiny;
         CPUInfoResult normal;
-        monitor->GetCPUMonitorInfoForTinyCycle(&tiny, nullptr);
+        EXPECT_EQ(monitor->GetCPUMonitorInfoForTinyCycle(&tiny, nullptr), 0);
         monitor->GetCPUMonitorInfo(&normal, nullptr);
         return {tiny.cpu_core_num, tiny.cpu_utilization, normal.cpu_utilization};
     };

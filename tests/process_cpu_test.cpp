@@ -265,6 +265,31 @@ TEST(ProcessCPU, PrimesTwiceThenKeepsPeaksOrTheAverage) {
     EXPECT_THAT(m.log.TakeTexts(), ElementsAre("opendir(/proc/17/task) failed."));
 }
 
+TEST(ProcessCPU, TheTinyCycleOnTheCallersSamples) {
+    Machine m;
+    CPUInfo machine;
+    ProcessCPUInfo sample;
+    machine.max_cpu_utilization = 7;
+    sample.max_cpu_utilization = sample.max_thread_cpu_utilization = 7;
+    const auto calc = [&](uint64_t machine_ticks, uint64_t process_ticks) {
+        machine.idle = machine_ticks;
+        sample.user = process_ticks;
+        int32_t figures[2] = {-1, -1};
+        EXPECT_EQ(m.monitor->CalcProcessCPUInfoForTinyCycle(figures[0], figures[1], &machine,
+                                                            &sample, PID, true, &m.log),
+                  0);
+        EXPECT_EQ(figures[1], 0);
+        return figures[0];
+    };
+    EXPECT_EQ(calc(0, 0), 0);
+    EXPECT_EQ(machine.max_cpu_utilization, 0U);
+    EXPECT_EQ(sample.max_cpu_utilization, 7);
+    EXPECT_EQ(calc(50, 10), 0);
+    EXPECT_EQ(sample.max_cpu_utilization + sample.max_thread_cpu_utilization, 0);
+    EXPECT_EQ(calc(400, 60), 50);  // since the first sample of each
+    EXPECT_EQ(calc(800, 60), 25);
+}
+
 TEST(ProcessCPU, AFailedPassKeepsResultsAndBaselines) {
     Machine m;
     m.Run({{"1", 0, 0, 0, {0, 0, 0, 0}},
