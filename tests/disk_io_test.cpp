@@ -239,6 +239,8 @@ TEST_F(DiskLoad, OfAListTakesEachDiskOnceAndEachArrayPerDirectory) {
                     "DEBUG file_path: /data/db not raid disk.",
                     "DEBUG file_path: /link, disk_io_rate: 3, disk_iops: 201"));
     EXPECT_EQ(Read("/link"), "sdb 3 201");
+    EXPECT_EQ(monitor->CalcDiskIOMonitorInfo("/new", 1, true, nullptr),
+              COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE);
     EXPECT_EQ(Read("/new"), "none");
     EXPECT_EQ(calc({"/data", "/raid/b", "/none", "/"}), WRONG);
     EXPECT_EQ(Read("/data"), "sdb 0 0");
