@@ -245,6 +245,7 @@ int main(int argc, char** argv) {
          [](int directories) { return DiskMachine(128, directories); }},
         {"threads", "thread", {1, 10, 1000, 2500, 5000}, ThreadMachine},
     };
+    Interleave({[] {}}, 1);  // Google Benchmark looks at the machine once: at the real one
     printf("CPU time per call in microseconds, on made-up files.\n");
     bool linear = true;
     for (const Family& family : families) {

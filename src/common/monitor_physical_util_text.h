@@ -107,8 +107,9 @@ inline bool ScanName(const char*& text, char (&name)[MONITOR_NAME_LENGTH]) {
     return true;
 }
 
-/// Whether 64 bits hold the number in a run of digits.
-inline bool FitsNumber(const char* first, const char* end) {
+/// Whether 64 bits hold the number in a run of digits. Kept out of the scanner's way: inlined, it
+/// costs a walk over threads a twentieth.
+[[gnu::cold]] inline bool FitsNumber(const char* first, const char* end) {
     uint64_t number = 0;
     return std::from_chars(first, end, number).ec == std::errc();
 }
