@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -333,6 +334,9 @@ TEST(OnDemand, MeasuresOneLineAgainstTheNormalBaseline) {
     kernel.Write("/proc/stat", "cpu8 1 2 3 4 5 6 7\n");
     EXPECT_EQ(monitor->GetCPUMonitorInfo(&result, "cpu8", true, &log),
               COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE);
+    kernel.Fail(KernelCall::Open, 1, EACCES);
+    EXPECT_EQ(monitor->GetCPUMonitorInfo(&result, "cpu8", true, &log),
+              COMMON_ERR_LINUX_SYSTEM_CALL_FAIL);
     EXPECT_EQ(monitor->GetCPUMonitorInfo(&result, nullptr, true, &log),
               COMMON_ERR_INVALID_ARGUMENTS);
     EXPECT_EQ(monitor->GetCPUMonitorInfo(nullptr, &log), COMMON_ERR_INVALID_ARGUMENTS);
@@ -351,6 +355,9 @@ TEST(OnDemand, MeasuresOneLineAgainstTheNormalBaseline) {
                     "GetCPUInfo failed, ret: -281, cpu_core_name: cpu.",
                     "can not get old cpu info, cpu_core_name: cpu8.",
                     "CalcCPUInfo failed, ret: -3609, cpu_core_name: cpu8.",
+                    "fopen /proc/stat failed, error_msg: Permission denied.",
+                    "ReadFromFile failed, file: /proc/stat.", "GetRawCPUInfo failed, ret: -3353.",
+                    "GetCPUInfo failed, ret: -3353, cpu_core_name: cpu8.",
                     testing::StartsWith("cpu_core_name is NULL or cpu_core_name's length is 0 or "
                                         "cpu_info_result is NULL, cpu_core_name: (nil), cpu_info"),
                     "cpu_info_result is NULL.", "cpu_info_result is NULL.",

@@ -172,6 +172,7 @@ TEST(ProcessCPU, RecordsStandInTheOrderOfTheWork) {
     for (const int64_t step : {10000, 10001, -1}) {
         CapturingLog log(LOG_PRIORITY_TRACE);
         ProcessCPUInfo sample;
+        sample.max_cpu_utilization = sample.max_thread_cpu_utilization = 7;
         clock_us = 1999999;
         clock_step_us = step;
         EXPECT_EQ(m.monitor.GetProcessCPUInfo(&sample, PID, true, &log), 0);
@@ -184,6 +185,8 @@ TEST(ProcessCPU, RecordsStandInTheOrderOfTheWork) {
             texts.insert(texts.begin() + 1, "WARN read /proc/17/stat costtime:10001us");
         }
         EXPECT_EQ(log.TakeTexts(), texts);
+        EXPECT_EQ(sample.max_cpu_utilization, 0);
+        EXPECT_EQ(sample.max_thread_cpu_utilization, 7);  // the cycle's to set
     }
     clock_step_us = 0;
 }
@@ -332,7 +335,9 @@ TEST(ProcessCPU, BadArgumentsAndWhatWasNeverMeasured) {
         EXPECT_EQ(status, WRONG);
     }
     EXPECT_EQ(std::pair(process, thread), std::pair(0, 0));
+    process = thread = 7;
     EXPECT_EQ(m.monitor->GetProcessCPUMonitorInfoForTinyCycle(process, thread, PID, &m.log), WRONG);
+    EXPECT_EQ(std::pair(process, thread), std::pair(0, 0));
     EXPECT_EQ(m.kernel.Count(KernelCall::Open), 0);
     EXPECT_EQ(m.monitor->CalcProcessCPUMonitorInfo(PID, &m.log, false), 0);
     EXPECT_EQ(m.kernel.Count(KernelCall::Open), 2);  // no thread's
