@@ -216,7 +216,7 @@ public:
     /// Cores are found as text, in file order: when cpu1 goes and cpu10 comes between two passes,
     /// and no known core stands behind, a pass mixes the two until one has refreshed. Counters
     /// that fall give one wrong figure, which stays in the peak until it is cleared. A core beyond
-    /// 40959 characters of the file fails every pass, and so does a file without a core's line.
+    /// 40959 characters of the file fails every pass; so does a file with the machine's line alone.
     int32_t CalcCPUMonitorInfo(bool refresh, LogCategory* log_handle);
 
     /// The peak of the normal cycle since the last clear: 0 to 100 times the cores. Reads no file.
