@@ -52,6 +52,11 @@ install(FILES ${PROJECT_BINARY_DIR}/corvane_monitor-config.cmake
 
 if(CORVANE_BUILD_HOST)
     corvane_install_library(corvane_host)
+endif()
+if(CORVANE_BUILD_METRICS)
+    corvane_install_library(corvane_metrics)
+endif()
+if(CORVANE_BUILD_PROGRAM)
     install(TARGETS corvane-monitor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES ${PROJECT_SOURCE_DIR}/docs/corvane-monitor.1
             DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

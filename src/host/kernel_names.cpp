@@ -7,7 +7,7 @@
 #include <iterator>
 #include <sstream>
 
-namespace corvane_host {
+namespace corvane {
 
 namespace {
 
@@ -117,4 +117,4 @@ std::vector<std::string> UnmeasuredThreadNames(uint32_t pid) {
     return names;
 }
 
-}  // namespace corvane_host
+}  // namespace corvane

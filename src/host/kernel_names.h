@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace corvane_host {
+namespace corvane {
 
 /// The whole of a file, or an empty text.
 std::string ReadWholeFile(const std::string& path);
@@ -32,4 +32,4 @@ std::string CommandName(uint32_t pid);
 /// Threads of a process whose names hold a blank, which the monitor cannot measure.
 std::vector<std::string> UnmeasuredThreadNames(uint32_t pid);
 
-}  // namespace corvane_host
+}  // namespace corvane

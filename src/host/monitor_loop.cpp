@@ -6,7 +6,7 @@
 #include "corvane_error_code.h"
 #include "kernel_names.h"
 
-namespace corvane_host {
+namespace corvane {
 
 namespace {
 
@@ -14,6 +14,8 @@ using CorvaneCommon::MONITOR_NAME_LENGTH;
 
 constexpr size_t MONITORED_TEXT_LENGTH = 40959;  // what a cycle reads of a kernel file
 constexpr uint64_t PERCENT = 100;
+constexpr uint64_t BYTES_PER_MEGABIT = 1000000 / 8;
+constexpr uint64_t BYTES_PER_MIB = uint64_t{1024} * 1024;
 
 std::string Joined(const std::vector<std::string>& names) {
     std::string joined;
@@ -306,7 +308,7 @@ std::vector<CoreFigures> MonitorLoop::ReadCores(Clock::time_point now) {
 
 CpuFigures MonitorLoop::TakeCpu(std::vector<CoreFigures> cores) {
     CpuFigures cpu;
-    cpu.state = m_cpu.TakeState();
+    cpu.status.state = m_cpu.TakeState();
     cpu.peak_percent = std::exchange(m_cpu_peak_percent, 0);
     CorvaneCommon::CPUInfoResult latest;
     m_monitor.GetCPUMonitorInfoForTinyCycle(&latest, m_log);
@@ -327,25 +329,27 @@ MemoryFigures MonitorLoop::ReadMemory() {
     MemoryFigures memory;
     CorvaneCommon::MemoryInfo result;
     if (m_monitor.GetMemoryMonitorInfo(&result, m_log) == 0) {
-        memory = {FigureState::Fresh, result.total_mb, result.use_mb};
+        memory = {{FigureState::Fresh, ""}, result.total_mb, result.use_mb};
     }
     return memory;
 }
 
 NetworkFigures MonitorLoop::TakeNetwork() {
     NetworkFigures network;
-    network.state = m_network.TakeState();
+    network.status.state = m_network.TakeState();
     CorvaneCommon::NetworkInfoResult peak;
     m_monitor.GetNetworkMonitorInfo(&peak, m_log);
     m_monitor.ClearNetWorkPhasedCacheValue(m_log);
-    network.receive = {peak.input_bytes_mb, peak.input_nic_name};
-    network.transmit = {peak.output_bytes_mb, peak.output_nic_name};
+    network.receive = {peak.input_bytes_mb * BYTES_PER_MEGABIT, peak.input_nic_name};
+    network.transmit = {peak.output_bytes_mb * BYTES_PER_MEGABIT, peak.output_nic_name};
     CorvaneCommon::NetworkInfoResult latest;
     m_monitor.GetNetworkMonitorInfoForTinyCycle(&latest, m_log);
     m_monitor.ClearProcessNetWorkPhasedCacheValueForTinyCycle(m_log);
     if (m_tiny_network.TakeState() == FigureState::Fresh && latest.input_nic_name[0] != '\0') {
-        network.eth1 = {latest.input_bytes_mb, latest.output_bytes_mb, latest.input_packets,
-                        latest.output_packets};
+        network.interfaces.push_back({latest.input_nic_name,
+                                      latest.input_bytes_mb * BYTES_PER_MEGABIT,
+                                      latest.output_bytes_mb * BYTES_PER_MEGABIT,
+                                      latest.input_packets, latest.output_packets});
     }
     return network;
 }
@@ -359,13 +363,13 @@ std::vector<DirectoryFigures> MonitorLoop::TakeDirectories() {
         figures.disk = directory.disk;
         if (directory.measured_as != i) {
             const DirectoryFigures& same_disk = all[directory.measured_as];
-            figures.io_state = same_disk.io_state;
+            figures.io = same_disk.io;
             figures.busy_percent = same_disk.busy_percent;
             figures.operations_per_second = same_disk.operations_per_second;
         } else {
             CorvaneCommon::DiskIOInfoResult io;
-            figures.io_state = directory.io.TakeState();
-            if (figures.io_state != FigureState::Failed) {
+            figures.io.state = directory.io.TakeState();
+            if (figures.io.state != FigureState::Failed) {
                 m_monitor.GetDiskIOMonitorInfo(&io, directory.path.c_str(), m_log);
             }
             figures.busy_percent = io.disk_io_rate;
@@ -373,9 +377,9 @@ std::vector<DirectoryFigures> MonitorLoop::TakeDirectories() {
         }
         CorvaneCommon::DiskInfoResult space;
         if (m_monitor.GetDiskMonitorInfo(&space, directory.path.c_str(), m_log) == 0) {
-            figures.space_state = FigureState::Fresh;
-            figures.total_mib = space.total_mb;
-            figures.used_mib = space.use_mb;
+            figures.space.state = FigureState::Fresh;
+            figures.total_bytes = space.total_mb * BYTES_PER_MIB;
+            figures.used_bytes = space.use_mb * BYTES_PER_MIB;
         }
         all.push_back(std::move(figures));
     }
@@ -387,25 +391,29 @@ ProcessFigures MonitorLoop::TakeProcess(Process& process) {
     ProcessFigures figures;
     figures.pid = process.pid;
     figures.command = process.command;
-    figures.gone = process.gone;
-    figures.cpu_state = process.cpu.TakeState();
+    figures.target = std::to_string(process.pid);
+    figures.running = !process.gone;
+    figures.cpu.state = process.cpu.TakeState();
     if (process.gone) {
-        figures.cpu_state = FigureState::Failed;
+        figures.cpu.state = FigureState::Failed;
         return figures;
     }
     m_monitor.GetProcessCPUMonitorInfo(figures.cpu_peak_percent, process.pid, m_log);
-    m_monitor.GetProcessMaxThreadCPUMonitorInfo(figures.thread_peak_percent, process.pid, m_log);
+    int32_t thread_peak_percent = 0;
+    if (m_monitor.GetProcessMaxThreadCPUMonitorInfo(thread_peak_percent, process.pid, m_log) == 0) {
+        figures.thread_peak_percent = thread_peak_percent;
+    }
     const auto most = static_cast<int64_t>(PERCENT * m_monitor.GetCPUCoreNum());
     if (figures.cpu_peak_percent < 0 || figures.cpu_peak_percent > 2 * most) {
-        figures.cpu_state = FigureState::Failed;  // a pid used again: the old baseline is not its
+        figures.cpu.state = FigureState::Failed;  // a pid used again: the old baseline is not its
     }
     CorvaneCommon::ProcessMemoryInfo memory;
     if (m_monitor.GetProcessMemoryMonitorInfo(&memory, process.pid, m_log) == 0) {
-        figures.memory_state = FigureState::Fresh;
+        figures.memory.state = FigureState::Fresh;
         figures.resident_mib = memory.physical_memory_mb;
         figures.virtual_mib = memory.virtual_memory_mb;
     }
     return figures;
 }
 
-}  // namespace corvane_host
+}  // namespace corvane

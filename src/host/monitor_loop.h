@@ -15,7 +15,7 @@
 #include "report.h"
 #include "schedule.h"
 
-namespace corvane_host {
+namespace corvane {
 
 struct LoopSettings {
     std::chrono::seconds report_interval{1};
@@ -112,4 +112,4 @@ private:
     FamilyRecord m_tiny_network;
 };
 
-}  // namespace corvane_host
+}  // namespace corvane

@@ -1,21 +1,20 @@
 #include "report.h"
 
-namespace corvane_host {
+namespace corvane {
 
-std::vector<FamilyState> FamilyStates(const Report& report) {
-    std::vector<FamilyState> families = {{"cpu", report.cpu.state},
-                                         {"memory", report.memory.state},
-                                         {"network", report.network.state}};
+std::vector<Family> Families(const Report& report) {
+    std::vector<Family> families = {{"cpu", report.cpu.status},
+                                    {"memory", report.memory.status},
+                                    {"network", report.network.status}};
     for (const DirectoryFigures& directory : report.directories) {
-        families.push_back({"disk_io:" + directory.directory, directory.io_state});
-        families.push_back({"disk_space:" + directory.directory, directory.space_state});
+        families.push_back({"disk_io:" + directory.directory, directory.io});
+        families.push_back({"disk_space:" + directory.directory, directory.space});
     }
     for (const ProcessFigures& process : report.processes) {
-        const std::string pid = std::to_string(process.pid);
-        families.push_back({"process_cpu:" + pid, process.cpu_state});
-        families.push_back({"process_memory:" + pid, process.memory_state});
+        families.push_back({"process_cpu:" + process.target, process.cpu});
+        families.push_back({"process_memory:" + process.target, process.memory});
     }
     return families;
 }
 
-}  // namespace corvane_host
+}  // namespace corvane

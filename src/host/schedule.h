@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cstdint>
 
-namespace corvane_host {
+namespace corvane {
 
 using Clock = std::chrono::steady_clock;
 
@@ -34,4 +34,4 @@ inline uint64_t ElapsedSeconds(Clock::time_point since, Clock::time_point now) {
     return seconds < 1 ? 1 : static_cast<uint64_t>(seconds);
 }
 
-}  // namespace corvane_host
+}  // namespace corvane

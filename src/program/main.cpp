@@ -9,18 +9,19 @@
 #include <string>
 
 #include "host_logging.h"
-#include "json_output.h"
 #include "live_view.h"
-#include "metrics.h"
 #include "monitor_loop.h"
 #include "options.h"
+#include "report_json.h"
 #include "stop_signal.h"
 #include "table_output.h"
-#include "text_safety.h"
+#include "terminal_text.h"
+#include "web_server.h"
 
 namespace {
 
-using namespace corvane_host;
+using namespace corvane;
+using namespace corvane::program;
 
 /// Where reports go: a screen, a metrics server, or lines on standard output.
 class Outputs {
@@ -29,7 +30,7 @@ public:
         : m_format(options.format),
           m_colour(isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr) {
         if (!options.listen_address.empty()) {
-            m_server = std::make_unique<MetricsServer>(options.listen_address);
+            m_server = std::make_unique<WebServer>(options.listen_address);
             fprintf(stderr, "corvane-monitor: metrics on http://%s/metrics\n",
                     m_server->Address().c_str());
         } else if (options.watch) {
@@ -48,12 +49,12 @@ public:
         }
         PrintNotes(report.notes);
         if (m_server != nullptr) {
-            m_server->Store(report);
+            m_server->Store(std::make_shared<const Report>(report));
             return true;
         }
         const bool first = m_first;
         m_first = false;
-        std::string text = FormatJson(report);
+        std::string text = ReportToJson(report) + "\n";
         if (m_format == OutputFormat::Table) {
             text = (first ? "" : "\n") + FormatTable(report, m_colour);
         }
@@ -70,7 +71,7 @@ private:
     OutputFormat m_format;
     bool m_colour;
     bool m_first = true;
-    std::unique_ptr<MetricsServer> m_server;
+    std::unique_ptr<WebServer> m_server;
     std::unique_ptr<LiveView> m_view;
 };
 

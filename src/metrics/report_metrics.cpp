@@ -1,18 +1,18 @@
-#include "metrics.h"
+#include "report_metrics.h"
 
 #include <prometheus/client_metric.h>
 #include <prometheus/metric_family.h>
+#include <prometheus/text_serializer.h>
 
 #include <functional>
 #include <optional>
 #include <set>
-#include <stdexcept>
 #include <utility>
 
-#include "text_safety.h"
+#include "utf8.h"
 #include "version.h"
 
-namespace corvane_host {
+namespace corvane {
 
 namespace {
 
@@ -29,7 +29,6 @@ struct Sample {
 
 constexpr double PERCENT = 100.0;
 constexpr double BYTES_PER_MIB = 1024.0 * 1024.0;
-constexpr double BYTES_PER_MEGABIT = 1000000.0 / 8.0;
 
 double Ratio(uint64_t percent) {
     return static_cast<double>(percent) / PERCENT;
@@ -37,10 +36,6 @@ double Ratio(uint64_t percent) {
 
 double Bytes(uint64_t mib) {
     return static_cast<double>(mib) * BYTES_PER_MIB;
-}
-
-double BytesPerSecond(uint64_t megabits_per_second) {
-    return static_cast<double>(megabits_per_second) * BYTES_PER_MEGABIT;
 }
 
 /// One gauge of the exporter: what it is called, what it means, where its samples come from.
@@ -55,16 +50,12 @@ std::vector<Sample> One(bool measured, double value) {
     return measured ? std::vector<Sample>{{{}, value}} : std::vector<Sample>();
 }
 
-bool Measured(FigureState state) {
-    return state != FigureState::Failed;
-}
-
 /// The samples of the rows that a predicate lets through, each labelled.
-template <typename Row, typename State, typename Label, typename Value>
-std::vector<Sample> Each(const std::vector<Row>& rows, State state, Label label, Value value) {
+template <typename Row, typename Status, typename Label, typename Value>
+std::vector<Sample> Each(const std::vector<Row>& rows, Status status, Label label, Value value) {
     std::vector<Sample> samples;
     for (const Row& row : rows) {
-        if (Measured(row.*state)) {
+        if ((row.*status).HasFigures()) {
             samples.push_back({label(row), value(row)});
         }
     }
@@ -76,31 +67,28 @@ Labels OfDirectory(const DirectoryFigures& row) {
 }
 
 Labels OfProcess(const ProcessFigures& row) {
-    return {{"pid", std::to_string(row.pid)}, {"command", ValidUtf8(row.command)}};
+    return {{"process", ValidUtf8(row.target)}, {"command", ValidUtf8(row.command)}};
 }
 
-std::vector<Sample> Peak(const Report& report, const NetworkPeak& peak) {
-    if (!Measured(report.network.state)) {
-        return {};
-    }
-    return {{{{"device", ValidUtf8(peak.interface)}}, BytesPerSecond(peak.megabits_per_second)}};
+double BusiestThread(const ProcessFigures& row) {
+    return static_cast<double>(row.thread_peak_percent.value_or(0)) / PERCENT;
 }
 
-std::vector<Sample> Eth1(const Report& report, uint64_t InterfaceRates::*rate, double unit) {
-    const auto& eth1 = report.network.eth1;
-    if (!eth1) {
-        return {};
+std::vector<Sample> EachInterface(const Report& report, uint64_t InterfaceFigures::*rate) {
+    std::vector<Sample> samples;
+    for (const InterfaceFigures& row : report.network.interfaces) {
+        samples.push_back({{{"interface", ValidUtf8(row.name)}}, static_cast<double>(row.*rate)});
     }
-    return {{{{"device", "eth1"}}, static_cast<double>(*eth1.*rate) * unit}};
+    return samples;
 }
 
 const std::vector<Gauge>& Gauges() {
     static const std::vector<Gauge> gauges = {
         {"corvane_cpu_cores", "Cores whose utilisation is measured.",
-         [](const Report& r) { return One(Measured(r.cpu.state), r.cpu.core_number); }},
+         [](const Report& r) { return One(r.cpu.status.HasFigures(), r.cpu.core_number); }},
         {"corvane_cpu_busy_peak_cores",
          "Busy cores in the busiest cycle of the report interval, summed over the cores.",
-         [](const Report& r) { return One(Measured(r.cpu.state), Ratio(r.cpu.peak_percent)); }},
+         [](const Report& r) { return One(r.cpu.status.HasFigures(), Ratio(r.cpu.peak_percent)); }},
         {"corvane_cpu_busy_cores", "Busy cores in the latest tiny cycle, summed over the cores.",
          [](const Report& r) {
              return One(r.cpu.latest_percent.has_value(), Ratio(r.cpu.latest_percent.value_or(0)));
@@ -114,88 +102,112 @@ const std::vector<Gauge>& Gauges() {
              return samples;
          }},
         {"corvane_memory_total_bytes", "Memory of the machine.",
-         [](const Report& r) { return One(Measured(r.memory.state), Bytes(r.memory.total_mib)); }},
+         [](const Report& r) {
+             return One(r.memory.status.HasFigures(), Bytes(r.memory.total_mib));
+         }},
         {"corvane_memory_used_bytes",
          "Memory in use: neither free nor buffers nor cache; shared memory is in use.",
-         [](const Report& r) { return One(Measured(r.memory.state), Bytes(r.memory.used_mib)); }},
+         [](const Report& r) {
+             return One(r.memory.status.HasFigures(), Bytes(r.memory.used_mib));
+         }},
         {"corvane_network_receive_peak_bytes_per_second",
          "Highest receive rate of one interface in a cycle of the report interval.",
-         [](const Report& r) { return Peak(r, r.network.receive); }},
+         [](const Report& r) {
+             return One(r.network.status.HasFigures(),
+                        static_cast<double>(r.network.receive.bytes_per_second));
+         }},
         {"corvane_network_transmit_peak_bytes_per_second",
          "Highest transmit rate of one interface in a cycle of the report interval.",
-         [](const Report& r) { return Peak(r, r.network.transmit); }},
-        {"corvane_network_receive_bytes_per_second",
-         "Receive rate of eth1 in the latest tiny cycle.",
          [](const Report& r) {
-             return Eth1(r, &InterfaceRates::receive_megabits_per_second, BYTES_PER_MEGABIT);
+             return One(r.network.status.HasFigures(),
+                        static_cast<double>(r.network.transmit.bytes_per_second));
+         }},
+        {"corvane_network_receive_bytes_per_second",
+         "Receive rate of one interface in the latest cycle.",
+         [](const Report& r) {
+             return EachInterface(r, &InterfaceFigures::receive_bytes_per_second);
          }},
         {"corvane_network_transmit_bytes_per_second",
-         "Transmit rate of eth1 in the latest tiny cycle.",
+         "Transmit rate of one interface in the latest cycle.",
          [](const Report& r) {
-             return Eth1(r, &InterfaceRates::transmit_megabits_per_second, BYTES_PER_MEGABIT);
+             return EachInterface(r, &InterfaceFigures::transmit_bytes_per_second);
          }},
         {"corvane_network_receive_packets_per_second",
-         "Packets that eth1 received per second in the latest tiny cycle.",
-         [](const Report& r) { return Eth1(r, &InterfaceRates::receive_packets_per_second, 1.0); }},
-        {"corvane_network_transmit_packets_per_second",
-         "Packets that eth1 transmitted per second in the latest tiny cycle.",
+         "Packets that one interface received per second in the latest cycle.",
          [](const Report& r) {
-             return Eth1(r, &InterfaceRates::transmit_packets_per_second, 1.0);
+             return EachInterface(r, &InterfaceFigures::receive_packets_per_second);
+         }},
+        {"corvane_network_transmit_packets_per_second",
+         "Packets that one interface transmitted per second in the latest cycle.",
+         [](const Report& r) {
+             return EachInterface(r, &InterfaceFigures::transmit_packets_per_second);
          }},
         {"corvane_directory_busy_ratio",
          "Share of the latest cycle in which the directory's disk had I/O in flight, 0 to 1.",
          [](const Report& r) {
-             return Each(r.directories, &DirectoryFigures::io_state, OfDirectory,
+             return Each(r.directories, &DirectoryFigures::io, OfDirectory,
                          [](const auto& row) { return Ratio(row.busy_percent); });
          }},
         {"corvane_directory_operations_per_second",
          "Reads and writes that the directory's disk completed per second in the latest cycle.",
          [](const Report& r) {
-             return Each(r.directories, &DirectoryFigures::io_state, OfDirectory,
+             return Each(r.directories, &DirectoryFigures::io, OfDirectory,
                          [](const auto& row) -> double { return row.operations_per_second; });
          }},
         {"corvane_directory_size_bytes", "Size of the file system that holds the directory.",
          [](const Report& r) {
-             return Each(r.directories, &DirectoryFigures::space_state, OfDirectory,
-                         [](const auto& row) { return Bytes(row.total_mib); });
+             return Each(r.directories, &DirectoryFigures::space, OfDirectory,
+                         [](const auto& row) { return static_cast<double>(row.total_bytes); });
          }},
         {"corvane_directory_used_bytes",
          "Used space of the file system that holds the directory, as df counts it.",
          [](const Report& r) {
-             return Each(r.directories, &DirectoryFigures::space_state, OfDirectory,
-                         [](const auto& row) { return Bytes(row.used_mib); });
+             return Each(r.directories, &DirectoryFigures::space, OfDirectory,
+                         [](const auto& row) { return static_cast<double>(row.used_bytes); });
+         }},
+        {"corvane_directory_available_bytes",
+         "Space of the file system that an ordinary user can still take.",
+         [](const Report& r) {
+             return Each(r.directories, &DirectoryFigures::space, OfDirectory,
+                         [](const auto& row) { return static_cast<double>(row.available_bytes); });
          }},
         {"corvane_watched_process_busy_peak_cores",
          "Busy cores of the process in its busiest cycle of the report interval.",
          [](const Report& r) {
-             return Each(r.processes, &ProcessFigures::cpu_state, OfProcess, [](const auto& row) {
+             return Each(r.processes, &ProcessFigures::cpu, OfProcess, [](const auto& row) {
                  return static_cast<double>(row.cpu_peak_percent) / PERCENT;
              });
          }},
         {"corvane_watched_process_thread_busy_peak_ratio",
          "Busy share of one core of the process's busiest thread, 0 to 1, likewise.",
          [](const Report& r) {
-             return Each(r.processes, &ProcessFigures::cpu_state, OfProcess, [](const auto& row) {
-                 return static_cast<double>(row.thread_peak_percent) / PERCENT;
-             });
+             std::vector<Sample> samples;
+             for (const ProcessFigures& row : r.processes) {
+                 if (row.cpu.HasFigures() && row.thread_peak_percent) {
+                     samples.push_back({OfProcess(row), BusiestThread(row)});
+                 }
+             }
+             return samples;
          }},
         {"corvane_watched_process_resident_bytes", "Resident memory of the process.",
          [](const Report& r) {
-             return Each(r.processes, &ProcessFigures::memory_state, OfProcess,
+             return Each(r.processes, &ProcessFigures::memory, OfProcess,
                          [](const auto& row) { return Bytes(row.resident_mib); });
          }},
         {"corvane_watched_process_virtual_bytes", "Virtual memory of the process.",
          [](const Report& r) {
-             return Each(r.processes, &ProcessFigures::memory_state, OfProcess,
+             return Each(r.processes, &ProcessFigures::memory, OfProcess,
                          [](const auto& row) { return Bytes(row.virtual_mib); });
          }},
         {"corvane_collector_success",
          "1 when the collector measured in the latest cycle, 0 when its figures are absent or old.",
          [](const Report& r) {
              std::vector<Sample> samples;
-             for (const FamilyState& family : FamilyStates(r)) {
-                 samples.push_back({{{"collector", ValidUtf8(family.name)}},
-                                    family.state == FigureState::Fresh ? 1.0 : 0.0});
+             for (const Family& family : Families(r)) {
+                 if (family.status.state != FigureState::Absent) {
+                     samples.push_back({{{"collector", ValidUtf8(family.name)}},
+                                        family.status.state == FigureState::Fresh ? 1.0 : 0.0});
+                 }
              }
              return samples;
          }},
@@ -248,47 +260,22 @@ std::vector<MetricFamily> ToMetrics(const Report* report, Clock::time_point now)
     return families;
 }
 
-/// What the scrapes read. Shared with the exporter's threads.
-class MetricsServer::StoredReport : public prometheus::Collectable {
-public:
-    void Store(Report report) {
-        auto stored = std::make_shared<const Report>(std::move(report));
+void ReportMetrics::Store(std::shared_ptr<const Report> report) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_report.swap(report);
+}
+
+std::vector<MetricFamily> ReportMetrics::Collect() const {
+    std::shared_ptr<const Report> report;
+    {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_report.swap(stored);
+        report = m_report;
     }
-
-    std::vector<MetricFamily> Collect() const override {
-        std::shared_ptr<const Report> report;
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            report = m_report;
-        }
-        return ToMetrics(report.get(), Clock::now());
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::shared_ptr<const Report> m_report;
-};
-
-MetricsServer::MetricsServer(const std::string& address)
-    : m_stored(std::make_shared<StoredReport>()) {
-    try {
-        // A client that sends nothing holds a thread until the time is out.
-        m_exposer = std::make_unique<prometheus::Exposer>(std::vector<std::string>{
-            "listening_ports", address, "num_threads", "8", "request_timeout_ms", "1000"});
-    } catch (const std::exception&) {
-        throw std::runtime_error("cannot listen on " + address +
-                                 ": the port is in use or not allowed, or the address is not one "
-                                 "of this machine");
-    }
-    m_address = address.substr(0, address.rfind(':') + 1) +
-                std::to_string(m_exposer->GetListeningPorts().front());
-    m_exposer->RegisterCollectable(m_stored);
+    return ToMetrics(report.get(), Clock::now());
 }
 
-void MetricsServer::Store(Report report) {
-    m_stored->Store(std::move(report));
+std::string ToPrometheusText(const Report* report, Clock::time_point now) {
+    return prometheus::TextSerializer().Serialize(ToMetrics(report, now));
 }
 
-}  // namespace corvane_host
+}  // namespace corvane

@@ -8,7 +8,7 @@
 
 #include "monitor_loop.h"
 
-namespace corvane_host {
+namespace corvane::program {
 
 enum class OutputFormat { Table, Json };
 
@@ -30,4 +30,4 @@ struct CommandLine {
 
 CommandLine ParseCommandLine(int argc, const char* const* argv);
 
-}  // namespace corvane_host
+}  // namespace corvane::program

@@ -8,7 +8,7 @@
 
 #include "report.h"
 
-namespace corvane_host {
+namespace corvane::program {
 
 /// Owns the terminal while it lives; the destructor restores it. One at a time.
 class LiveView {
@@ -46,4 +46,4 @@ private:
     bool m_block_characters = false;
 };
 
-}  // namespace corvane_host
+}  // namespace corvane::program

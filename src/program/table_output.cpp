@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <ctime>
 
-#include "text_safety.h"
+#include "terminal_text.h"
 
-namespace corvane_host {
+namespace corvane::program {
 
 namespace {
 
@@ -18,6 +18,8 @@ constexpr size_t COMMAND_COLUMNS = 16;
 constexpr size_t INTERFACE_COLUMNS = 10;
 constexpr size_t NAME_COLUMNS = 60;
 constexpr uint64_t PERCENT = 100;
+constexpr uint64_t BYTES_PER_MEGABIT = 1000000 / 8;
+constexpr uint64_t BYTES_PER_MIB = uint64_t{1024} * 1024;
 constexpr uint64_t HIGH_PERCENT = 90;
 
 std::string Heading(const std::string& text, bool colour) {
@@ -46,12 +48,12 @@ std::string Short(Number value, size_t columns) {
 
 /// A figure right-aligned in `columns`, its mark included.
 template <typename Number>
-std::string Figure(FigureState state, Number value, size_t columns) {
-    if (state == FigureState::Failed) {
+std::string Figure(const FamilyStatus& status, Number value, size_t columns) {
+    if (!status.HasFigures()) {
         return fmt::format("{:>{}} ", "-", columns - 1);
     }
     return fmt::format("{:>{}}{}", Short(value, columns - 1), columns - 1,
-                       state == FigureState::Stale ? '*' : ' ');
+                       status.state == FigureState::Stale ? '*' : ' ');
 }
 
 uint64_t Share(uint64_t part, uint64_t whole) {
@@ -60,11 +62,10 @@ uint64_t Share(uint64_t part, uint64_t whole) {
 
 std::string CpuLines(const CpuFigures& cpu, bool colour) {
     const uint64_t most = PERCENT * cpu.core_number;
-    const bool high =
-        cpu.state != FigureState::Failed && cpu.peak_percent * PERCENT >= most * HIGH_PERCENT;
+    const bool high = cpu.status.HasFigures() && cpu.peak_percent * PERCENT >= most * HIGH_PERCENT;
     std::string text = fmt::format(
         "{}      peak {} of {} %   now {}\n", Heading("CPU", colour),
-        Alarm(Figure(cpu.state, cpu.peak_percent, 7), high, colour), most,
+        Alarm(Figure(cpu.status, cpu.peak_percent, 7), high, colour), most,
         cpu.latest_percent ? fmt::format("{} %", *cpu.latest_percent) : std::string("-"));
     std::string line;
     for (const CoreFigures& core : cpu.cores) {
@@ -80,7 +81,7 @@ std::string CpuLines(const CpuFigures& cpu, bool colour) {
 }
 
 std::string MemoryLine(const MemoryFigures& memory, bool colour) {
-    if (memory.state == FigureState::Failed) {
+    if (!memory.status.HasFigures()) {
         return Heading("Memory", colour) + "   -\n";
     }
     const uint64_t share = Share(memory.used_mib, memory.total_mib);
@@ -89,25 +90,20 @@ std::string MemoryLine(const MemoryFigures& memory, bool colour) {
                        Alarm(Short(share, 6) + " %", share >= HIGH_PERCENT, colour));
 }
 
-std::string PeakText(const char* direction, FigureState state, const NetworkPeak& peak) {
-    return fmt::format("{} {} Mbit/s {}", direction, Figure(state, peak.megabits_per_second, 8),
+std::string PeakText(const char* direction, const FamilyStatus& status, const TrafficPeak& peak) {
+    return fmt::format("{} {} Mbit/s {}", direction,
+                       Figure(status, peak.bytes_per_second / BYTES_PER_MEGABIT, 8),
                        FitColumns(peak.interface, INTERFACE_COLUMNS));
 }
 
 std::string NetworkLines(const NetworkFigures& network, bool colour) {
     std::string text = fmt::format("{}  {} {}\n", Heading("Network", colour),
-                                   PeakText("receive", network.state, network.receive),
-                                   PeakText("transmit", network.state, network.transmit));
-    if (network.eth1) {
-        const InterfaceRates& eth1 = *network.eth1;
-        const auto now = [](const char* direction, uint64_t megabits, uint64_t packets) {
-            return fmt::format("{:<8} {:>7}  Mbit/s {:>10} packets/s\n", direction,
-                               Short(megabits, 7), Short(packets, 10));
-        };
-        text += "eth1 now " +
-                now("receive", eth1.receive_megabits_per_second, eth1.receive_packets_per_second);
-        text += "         " + now("transmit", eth1.transmit_megabits_per_second,
-                                  eth1.transmit_packets_per_second);
+                                   PeakText("receive", network.status, network.receive),
+                                   PeakText("transmit", network.status, network.transmit));
+    for (const InterfaceFigures& row : network.interfaces) {
+        text += fmt::format("         {} receive {:>10} B/s   transmit {:>10} B/s\n",
+                            FitColumns(row.name, INTERFACE_COLUMNS), row.receive_bytes_per_second,
+                            row.transmit_bytes_per_second);
     }
     return text;
 }
@@ -121,15 +117,16 @@ std::string DirectoryLines(const std::vector<DirectoryFigures>& directories, boo
                                colour) +
                        "\n";
     for (const DirectoryFigures& row : directories) {
-        const bool busy = row.io_state != FigureState::Failed && row.busy_percent >= HIGH_PERCENT;
-        const bool full = row.space_state != FigureState::Failed &&
-                          Share(row.used_mib, row.total_mib) >= HIGH_PERCENT;
-        text += fmt::format("{} {} {}{}{}{}\n", FitColumns(row.directory, DIRECTORY_COLUMNS),
-                            FitColumns(row.disk, DISK_COLUMNS),
-                            Alarm(Figure(row.io_state, row.busy_percent, 7), busy, colour),
-                            Figure(row.io_state, row.operations_per_second, 10),
-                            Alarm(Figure(row.space_state, row.used_mib, 12), full, colour),
-                            Figure(row.space_state, row.total_mib, 12));
+        const bool busy = row.io.HasFigures() && row.busy_percent >= HIGH_PERCENT;
+        const bool full =
+            row.space.HasFigures() && Share(row.used_bytes, row.total_bytes) >= HIGH_PERCENT;
+        text +=
+            fmt::format("{} {} {}{}{}{}\n", FitColumns(row.directory, DIRECTORY_COLUMNS),
+                        FitColumns(row.disk, DISK_COLUMNS),
+                        Alarm(Figure(row.io, row.busy_percent, 7), busy, colour),
+                        Figure(row.io, row.operations_per_second, 10),
+                        Alarm(Figure(row.space, row.used_bytes / BYTES_PER_MIB, 12), full, colour),
+                        Figure(row.space, row.total_bytes / BYTES_PER_MIB, 12));
     }
     return text;
 }
@@ -146,14 +143,14 @@ std::string ProcessLines(const std::vector<ProcessFigures>& processes, bool colo
     for (const ProcessFigures& row : processes) {
         const std::string name =
             fmt::format("{:>10} {}", row.pid, FitColumns(row.command, COMMAND_COLUMNS));
-        if (row.gone) {
+        if (!row.running) {
             text += name + "  gone\n";
             continue;
         }
-        text += fmt::format("{} {}{}{} {}\n", name, Figure(row.cpu_state, row.cpu_peak_percent, 8),
-                            Figure(row.cpu_state, row.thread_peak_percent, 10),
-                            Figure(row.memory_state, row.resident_mib, 15),
-                            Figure(row.memory_state, row.virtual_mib, 14));
+        text += fmt::format("{} {}{}{} {}\n", name, Figure(row.cpu, row.cpu_peak_percent, 8),
+                            Figure(row.cpu, row.thread_peak_percent.value_or(0), 10),
+                            Figure(row.memory, row.resident_mib, 15),
+                            Figure(row.memory, row.virtual_mib, 14));
     }
     return text;
 }
@@ -162,8 +159,8 @@ std::string ProcessLines(const std::vector<ProcessFigures>& processes, bool colo
 std::string StateLines(const Report& report, FigureState state, const char* label) {
     std::string text;
     size_t used = 0;
-    for (const FamilyState& family : FamilyStates(report)) {
-        if (family.state != state) {
+    for (const Family& family : Families(report)) {
+        if (family.status.state != state) {
             continue;
         }
         std::string name = FitColumns(family.name, std::min(family.name.size(), NAME_COLUMNS));
@@ -197,4 +194,4 @@ std::string FormatTable(const Report& report, bool colour) {
            StateLines(report, FigureState::Failed, "- not measured: ");
 }
 
-}  // namespace corvane_host
+}  // namespace corvane::program

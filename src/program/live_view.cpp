@@ -12,9 +12,9 @@
 #include <ctime>
 #include <stdexcept>
 
-#include "text_safety.h"
+#include "terminal_text.h"
 
-namespace corvane_host {
+namespace corvane::program {
 
 namespace {
 
@@ -26,6 +26,7 @@ constexpr int COLUMNS_OF_GRAPHS = 2;
 constexpr short GRAPH_COLOUR = 1;
 constexpr double NOT_MEASURED = -1.0;
 constexpr double PERCENT = 100.0;
+constexpr double BYTES_PER_MEGABIT = 1000000.0 / 8.0;
 
 // A column of a graph is drawn in eighths of a character.
 constexpr int EIGHTHS = 8;
@@ -86,19 +87,20 @@ void LiveView::Show(const Report& report) {
     if (!report.notes.empty()) {
         m_last_note = report.notes.back();
     }
-    const auto measured = [](FigureState state) { return state != FigureState::Failed; };
+    const auto measured = [](const FamilyStatus& status) { return status.HasFigures(); };
     m_graphs[CPU].full_scale = PERCENT * report.cpu.core_number;
-    Add(CPU, report.cpu.peak_percent, measured(report.cpu.state),
+    Add(CPU, report.cpu.peak_percent, measured(report.cpu.status),
         fmt::format("{} of {} %", report.cpu.peak_percent, 100 * report.cpu.core_number));
     const double share = report.memory.total_mib == 0
                              ? 0
                              : PERCENT * static_cast<double>(report.memory.used_mib) /
                                    static_cast<double>(report.memory.total_mib);
-    Add(MEMORY, share, measured(report.memory.state),
+    Add(MEMORY, share, measured(report.memory.status),
         fmt::format("{} of {} MiB", report.memory.used_mib, report.memory.total_mib));
-    const auto add_network = [&](size_t graph, const NetworkPeak& peak) {
-        Add(graph, static_cast<double>(peak.megabits_per_second), measured(report.network.state),
-            fmt::format("{} Mbit/s {}", peak.megabits_per_second, peak.interface));
+    const auto add_network = [&](size_t graph, const TrafficPeak& peak) {
+        Add(graph, static_cast<double>(peak.bytes_per_second) / BYTES_PER_MEGABIT,
+            measured(report.network.status),
+            fmt::format("{} Mbit/s {}", peak.bytes_per_second * 8 / 1000000, peak.interface));
     };
     add_network(RECEIVE, report.network.receive);
     add_network(TRANSMIT, report.network.transmit);
@@ -107,7 +109,7 @@ void LiveView::Show(const Report& report) {
         if (m_graphs.size() <= FIRST_DISK + i) {
             m_graphs.push_back({"Disk of " + row.directory, "%", PERCENT, {}, ""});
         }
-        Add(FIRST_DISK + i, row.busy_percent, measured(row.io_state),
+        Add(FIRST_DISK + i, row.busy_percent, measured(row.io),
             fmt::format("{} {} % busy {} ops/s", row.disk, row.busy_percent,
                         row.operations_per_second));
     }
@@ -133,13 +135,14 @@ int LiveView::DrawProcesses(int row) {
         if (row >= last) {
             break;
         }
-        const bool fresh = process.cpu_state != FigureState::Failed;
+        const bool fresh = process.cpu.HasFigures();
         const std::string figures =
-            process.gone ? std::string("gone")
-                         : fmt::format("CPU {} %  busiest thread {} %  resident {} MiB",
-                                       fresh ? std::to_string(process.cpu_peak_percent) : "-",
-                                       fresh ? std::to_string(process.thread_peak_percent) : "-",
-                                       process.resident_mib);
+            !process.running
+                ? std::string("gone")
+                : fmt::format("CPU {} %  busiest thread {} %  resident {} MiB",
+                              fresh ? std::to_string(process.cpu_peak_percent) : "-",
+                              fresh ? std::to_string(process.thread_peak_percent.value_or(0)) : "-",
+                              process.resident_mib);
         Print(row++, 0, COLS,
               fmt::format("{:>10} {} {}", process.pid, FitColumns(process.command, 16), figures));
     }
@@ -211,4 +214,4 @@ void LiveView::DrawGraph(const History& history, int top, int left, int height, 
     attroff(COLOR_PAIR(GRAPH_COLOUR));
 }
 
-}  // namespace corvane_host
+}  // namespace corvane::program

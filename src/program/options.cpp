@@ -7,10 +7,10 @@
 
 #include "host_logging.h"
 #include "kernel_names.h"
-#include "text_safety.h"
+#include "terminal_text.h"
 #include "version.h"
 
-namespace corvane_host {
+namespace corvane::program {
 
 namespace {
 
@@ -171,4 +171,4 @@ CommandLine ParseCommandLine(int argc, const char* const* argv) {
     return {options, "", 0};
 }
 
-}  // namespace corvane_host
+}  // namespace corvane::program

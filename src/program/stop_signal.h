@@ -3,7 +3,7 @@
 
 #include "schedule.h"
 
-namespace corvane_host {
+namespace corvane::program {
 
 enum class Wake { Deadline, Stop, Input };
 
@@ -25,4 +25,4 @@ private:
     int m_signal_fd = -1;
 };
 
-}  // namespace corvane_host
+}  // namespace corvane::program

@@ -10,7 +10,7 @@
 #include <csignal>
 #include <system_error>
 
-namespace corvane_host {
+namespace corvane::program {
 
 StopSignal::StopSignal() {
     sigset_t signals;
@@ -54,4 +54,4 @@ Wake StopSignal::Wait(Clock::time_point deadline, bool with_input) {
     }
 }
 
-}  // namespace corvane_host
+}  // namespace corvane::program
