@@ -1,6 +1,7 @@
 #include "process_finder.h"
 
 #include <cerrno>
+#include <sstream>
 
 #include "text_file.h"
 #include "unit_processes.h"
@@ -17,27 +18,26 @@ Sighting Unknown(const std::string& why) {
     return {0, 0, {FigureState::Failed, why}};
 }
 
-/// The living process of a number. `from` says where the number is from.
-Sighting Look(uint32_t pid, const std::string& from) {
+/// The living process of a number, which `name` stands for in words.
+Sighting Look(uint32_t pid, const std::string& name) {
+    const std::string path = ProcessFile(pid, "stat");
     PathTrouble trouble;
-    const std::string text = ReadWholeFile(ProcessFile(pid, "stat"), &trouble);
-    const auto stat = ParseProcessStat(text);
+    const auto stat = ParseProcessStat(ReadWholeFile(path, &trouble));
     if (stat && stat->HasEnded()) {
-        return NotRunning("process " + std::to_string(pid) + from + " has ended");
+        return NotRunning(name + " has ended");
     }
     if (stat) {
         return {pid, stat->start_time, {FigureState::Fresh, ""}};
     }
     switch (ProcessPresence(pid)) {
         case Presence::None:
-            return NotRunning("process " + std::to_string(pid) + from + " does not exist");
+            return NotRunning(name + " does not exist");
         case Presence::Hidden:
-            return Unknown("process " + std::to_string(pid) + from + " is hidden (hidepid)");
+            return Unknown(name + " is hidden (hidepid)");
         case Presence::Shown:
             break;
     }
-    return Unknown(trouble.text.empty() ? "cannot parse " + ProcessFile(pid, "stat")
-                                        : trouble.text);
+    return Unknown(trouble.text.empty() ? "cannot parse " + path : trouble.text);
 }
 
 }  // namespace
@@ -82,11 +82,11 @@ Sighting ProcessFinder::FindByNumber() {
     if (m_gone) {
         return *m_gone;
     }
-    Sighting found = Look(PidFromText(m_target.text).value_or(0), "");
+    Sighting found = Look(PidFromText(m_target.text).value_or(0), "it");
     const bool known = m_known.pid != 0;
     const bool other = found.pid != 0 && found.start_time != m_known.start_time;
     if (known && (other || found.missing.state == FigureState::Absent)) {
-        found = NotRunning("process " + m_target.text + " has ended");
+        found = NotRunning("it has ended");
     }
     if (found.missing.state == FigureState::Absent) {
         m_gone = found;
@@ -96,31 +96,34 @@ Sighting ProcessFinder::FindByNumber() {
 
 Sighting ProcessFinder::FindByPidFile(Clock::time_point now,
                                       std::chrono::steady_clock::time_point deadline) {
-    const std::string name = "pid file " + m_target.text;
     const auto answer = m_pid_file->Take(deadline);
     if (!answer) {
-        return Unknown(name + " " + m_pid_file->Silence(now));
+        return Unknown("its pid file " + m_pid_file->Silence(now));
     }
     if (answer->trouble.error_number == ENOENT) {
-        return NotRunning(name + " does not exist");
+        return NotRunning("there is no such pid file");
     }
     if (!answer->trouble.text.empty()) {
         return Unknown(answer->trouble.text);
     }
-    const size_t start = answer->text.find_first_not_of(" \t\n");
-    const size_t end = answer->text.find_first_not_of("0123456789", start);
-    const auto pid =
-        PidFromText(start == std::string::npos ? "" : answer->text.substr(start, end - start));
-    return pid ? Look(*pid, " of " + name) : Unknown(name + " holds no process number");
+    std::string number;
+    std::istringstream(answer->text) >> number;
+    const auto pid = PidFromText(number);
+    return pid ? Look(*pid, "process " + number + ", which the pid file names,")
+               : Unknown("its pid file holds no process number");
 }
 
 Sighting ProcessFinder::FindByUnit() const {
     const std::string group = FindUnitGroup(m_target.text);
+    if (group.empty() && NamesIn("/sys/fs/cgroup").empty()) {
+        return Unknown("there are no control groups under /sys/fs/cgroup");
+    }
     if (group.empty()) {
-        return NotRunning("no control group of this unit");
+        return NotRunning("there is no control group of this unit");
     }
     const uint32_t pid = MainProcess(ProcessesOfGroup(group));
-    return pid == 0 ? NotRunning("no process in " + group) : Look(pid, " of the unit");
+    return pid == 0 ? NotRunning("there is no process in " + group)
+                    : Look(pid, "process " + std::to_string(pid) + " of the unit");
 }
 
 bool ProcessFinder::StillLives() const {
