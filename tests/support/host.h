@@ -93,6 +93,8 @@ public:
         (kernel.Write(files), ...);
         return See(call);
     }
+    /// The next look tells every figure.
+    void Forget() { m_seen.clear(); }
     void Replay(const Call& call, const std::vector<Step>& steps);
 
     Kernel kernel;
