@@ -32,6 +32,7 @@ constexpr uint64_t NANOSECONDS_PER_MICROSECOND = 1000;
 constexpr int32_t MAX_THREAD_PERCENT = 100;
 constexpr int NUMBERS_BEFORE_UTIME = 10;      // fields 4 to 13
 constexpr int NUMBERS_BEFORE_START_TIME = 4;  // fields 18 to 21
+constexpr uint64_t MIN_TICKS = 5;  // a shorter time says nothing: one tick is a fifth of it
 constexpr int DECIMAL = 10;
 
 struct DirCloser {
@@ -302,14 +303,16 @@ ProcessCPUFigures CMonitorPhysicalUtil::CalcProcessByClock(const ProcessCPUBasel
         baselines.process_cpu_info.insert_or_assign(pid, now_process_cpu_info);
         return figures;
     }
-    figures.primed = true;
     const ProcessCPUInfo& old_info = old_process->second;
+    const auto ticks_per_second = static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
+    const uint64_t tick = MICROSECONDS_PER_SECOND / ticks_per_second;
     const uint64_t elapsed = Rise(old_info.sampled_at, now_process_cpu_info.sampled_at);
-    if (elapsed == 0) {
+    if (elapsed < tick * MIN_TICKS) {
+        figures.too_soon = true;
         return figures;
     }
-    const auto ticks_per_second = static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
-    const uint64_t scale = MICROSECONDS_PER_SECOND / ticks_per_second * PERCENT;
+    const uint64_t scale = tick * PERCENT;
+    figures.primed = true;
     figures.process_measured = true;
     figures.process =
         CeilQuotient<int32_t>(ProcessRise(old_info, now_process_cpu_info) * scale, elapsed);
@@ -443,6 +446,9 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUMonitorInfo(uint32_t pid, LogCategor
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "CalcProcessCPUInfo failed, ret: %d.", ret);
         return ret;
     }
+    if (figures.too_soon) {
+        return 0;
+    }
     StoreFigure(m_process_cpu_result_info, pid, figures.process_measured, figures.process);
     if (cal_max_thread_cpu) {
         StoreFigure(m_process_max_thread_cpu_result_info, pid, figures.thread_measured,
@@ -468,6 +474,9 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUMonitorInfoForTinyCycle(uint32_t pid
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
                     "CalcProcessCPUInfoForTinyCycle failed, ret: %d.", ret);
         return ret;
+    }
+    if (figures.too_soon) {
+        return 0;
     }
     StoreFigure(m_process_cpu_result_info_for_tiny_cycle, pid, figures.process_measured,
                 figures.process);

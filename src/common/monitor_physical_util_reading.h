@@ -64,7 +64,8 @@ struct MemoryKey {
 
 /// What two samples of a process say. Percent of one core.
 struct ProcessCPUFigures {
-    bool primed = false;  // whether there were samples to measure against
+    bool primed = false;    // whether there were samples to measure against
+    bool too_soon = false;  // for the kernel's ticks: samples and earlier figures stay
     bool process_measured = true;
     bool thread_measured = true;
     int32_t process = 0;
