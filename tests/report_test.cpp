@@ -1,0 +1,371 @@
+// A day of a made-up machine through the loop: what its reports say, as a whole and where it changes.
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <new>
+#include <nlohmann/json.hpp>
+#include <regex>
+
+#include "kernel.h"
+#include "kernel_names.h"
+#include "kernel_texts.h"
+#include "monitor_loop.h"
+#include "monitor_test_peer.h"
+#include "report_json.h"
+#include "report_metrics.h"
+#include "table_output.h"
+#include "utf8.h"
+
+namespace {
+
+std::atomic<time_t> skipped_seconds{0};      // by the clock that process times are taken by
+thread_local int allocations_to_failure = 0;  // 0: none fails
+
+}  // namespace
+
+extern "C" int clock_gettime(clockid_t clock, struct timespec* time) noexcept {
+    const long status = syscall(SYS_clock_gettime, clock, time);
+    time->tv_sec += clock == CLOCK_MONOTONIC ? skipped_seconds.load() : 0;
+    return static_cast<int>(status);
+}
+
+using corvane_test::InKernelCall;
+
+void* operator new(size_t size) {
+    const bool counts = allocations_to_failure > 0 && !InKernelCall();
+    void* const memory = counts && allocations_to_failure == 1 ? nullptr : malloc(size);
+    allocations_to_failure -= counts ? 1 : 0;
+    return memory == nullptr ? throw std::bad_alloc() : memory;
+}
+void operator delete(void* memory) noexcept {
+    free(memory);
+}
+void operator delete(void* memory, size_t /*size*/) noexcept {
+    free(memory);
+}
+
+namespace {
+
+using namespace corvane;
+using corvane::program::FormatTable;
+using namespace corvane_test;
+using namespace std::chrono_literals;
+using Kind = ProcessTarget::Kind;
+
+// Above every real number, so that this machine's own processes stay out.
+const std::string WEB = "4194401";
+const std::string DB = "4194402";
+const std::string CHILD = "4194403";
+
+class Day : public ::testing::Test {
+protected:
+    Day() {
+        m_kernel.Write({{"/proc/meminfo", "MemTotal: 1048576 kB\nMemFree: 524288 kB\n"},
+                        {"/proc/self/mountinfo", "30 1 0:25 / /run rw - tmpfs tmpfs rw\n"},
+                        {"/sys/devices/sda/sda1/partition", "1\n"},
+                        {"/run/db.pid", DB + "\n"},
+                        {"/etc/mtab", "/dev/sda1 / ext4 rw 0 0\ntmpfs /run tmpfs rw 0 0\n"}});
+        m_kernel.MakeLink("/sys/dev/block/8:1", "../../devices/sda/sda1");
+        m_kernel.MakeFolder("/usr");
+        m_kernel.status["/"].st_dev = makedev(8, 1);
+        m_kernel.status["/run"].st_dev = makedev(0, 25);
+        m_kernel.space["/"] = Space(1000, 400, 350);
+        m_kernel.space["/run"] = Space(10, 10, 10);
+    }
+
+    static struct statvfs Space(uint64_t blocks, uint64_t free, uint64_t available) {
+        struct statvfs space = {};
+        space.f_frsize = 4096;
+        space.f_blocks = blocks;
+        space.f_bfree = free;
+        space.f_bavail = available;
+        return space;
+    }
+
+    /// After `m_uptime`: each core half busy, eth0 receives 1 MB/s and ens9 sends 2 kB/s, sda is
+    /// 10 % busy with 5 operations a second, a process and its only thread keep 25 % of a core busy.
+    void WriteMachine() {
+        const uint64_t u = m_uptime;
+        std::vector<Core> cores;
+        for (uint64_t core = 0; core < m_cores; ++core) {
+            cores.push_back({"cpu" + std::to_string(core), 50 * u, 50 * u});
+        }
+        const uint64_t d = u - m_replaced;
+        const std::string sda = DiskLine("sda", 3 * d, 2 * d, 100 * d);
+        m_kernel.Write(
+            {{"/proc/stat", StatText(cores)},
+             {"/proc/net/dev", NetDevText({NicLine("lo", u, u, u, u),
+                                           NicLine("eth0", 1000000 * u, 10 * u, 0, 0),
+                                           NicLine(m_second, 0, 0, 2000 * u, u)})},
+             {"/proc/diskstats", sda + DiskLine("sda1", u, u, u).replace(11, 1, "1")}});
+        for (const auto& [pid, name] : m_processes) {
+            WriteProcess(pid, name);
+        }
+    }
+
+    void WriteProcess(const std::string& pid, const std::string& name) {
+        std::string stat = ProcessStatText(static_cast<uint32_t>(std::stoul(pid)), name,
+                                           25 * m_uptime + m_ticks, 0);
+        stat = std::regex_replace(stat, std::regex(" 100 0 0\n"), " " + m_started + " 0 0\n");
+        stat = std::regex_replace(stat, std::regex("S 1 "), pid == CHILD ? "S " + DB + " " : "S 1 ");
+        m_kernel.Write({{"/proc/" + pid + "/stat", stat},
+                        {"/proc/" + pid + "/task/" + pid + "/stat", stat},
+                        {"/proc/" + pid + "/task/" + pid + "/comm", name + "\n"},
+                        {"/proc/" + pid + "/comm", name + "\n"},
+                        {"/proc/" + pid + "/status", "VmSize: 4096 kB\nVmRSS: 2048 kB\n"}});
+    }
+
+    void Start(ServiceSettings settings) {
+        m_loop.reset();
+        m_settings = CompleteSettings(std::move(settings));
+        WriteMachine();
+        m_monitor = std::make_unique<Monitor>();
+        m_loop = std::make_unique<MonitorLoop>(m_monitor->monitor, m_settings, m_now);
+        EXPECT_FALSE(m_loop->RunDue(m_now));
+    }
+
+    Report After(std::chrono::seconds time) {
+        m_now += time;
+        m_uptime += static_cast<uint64_t>(time.count());
+        skipped_seconds += time.count();
+        WriteMachine();
+        for (const auto& [path, text] : m_instead) {
+            text == "none" ? m_kernel.Remove(path) : m_kernel.Write(path, text);
+        }
+        return m_loop->RunDue(m_now).value_or(Report());
+    }
+
+    /// What the next report says that the last did not: the values of each part of the JSON in the
+    /// order of their keys, the families that are not fresh, why, and how many notes there are.
+    std::string See(std::chrono::seconds time = 1s) {
+        const Report report = After(time);
+        std::map<std::string, std::string> parts = {{"notes", std::to_string(report.notes.size())}};
+        const nlohmann::json json = nlohmann::json::parse(ReportToJson(report));
+        for (const char* const key : {"cpu", "memory", "network", "directories", "processes"}) {
+            const nlohmann::json values = json[key].flatten();
+            for (const auto& [name, value] : values.items()) {
+                const bool row = key == std::string("directories") || key == std::string("processes");
+                parts[row ? key + name.substr(0, 2) : key] += value.dump() + " ";
+            }
+        }
+        for (const auto& [name, status] : Families(report)) {
+            constexpr const char* STATES[] = {"", "is stale: ", "failed: ", "is absent: "};
+            parts[" " + name] = STATES[static_cast<int>(status.state)] + status.reason;
+        }
+        std::string seen;
+        for (const auto& [name, text] : parts) {
+            seen += m_seen[name] == text || text.empty() ? "" : name + " " + text + "\n";
+        }
+        m_seen.swap(parts);
+        return seen;
+    }
+
+    struct Step {
+        std::string what;
+        std::function<void()> change;
+        std::string seen;
+    };
+
+    void Live(const std::vector<Step>& steps) {
+        See();
+        EXPECT_EQ(See(), "") << "nothing changes";
+        for (const Step& step : steps) {
+            step.change();
+            EXPECT_EQ(See(), step.seen) << step.what;
+        }
+    }
+
+    ServiceSettings Settings() const {
+        ServiceSettings settings;
+        settings.report_interval = 1s;
+        settings.directories = {"/", "/run"};
+        settings.processes = {{Kind::Pid, WEB}, {Kind::PidFile, "/run/db.pid"}};
+        return settings;
+    }
+
+    uint64_t m_uptime = 1000;
+    uint64_t m_replaced = 0;  // the disk
+    uint64_t m_cores = 2;
+    uint64_t m_ticks = 0;
+    std::string m_second = "ens9";
+    std::string m_started = "100";
+    std::map<std::string, std::string> m_processes = {{WEB, "web server"}, {DB, "db"}};
+    KernelFiles m_instead;  // of what the machine has written
+    Kernel m_kernel;
+    ServiceSettings m_settings;
+    std::unique_ptr<Monitor> m_monitor;
+    std::unique_ptr<MonitorLoop> m_loop;
+    Clock::time_point m_now{std::chrono::hours(1)};
+    std::map<std::string, std::string> m_seen;
+};
+
+/// The samples of a scrape on one line, without what all names begin with.
+std::string Samples(const Report* report, Clock::time_point now) {
+    const std::string text =
+        std::regex_replace(ToPrometheusText(report, now), std::regex("#[^\n]*\n|corvane_"), "");
+    return std::regex_replace(text, std::regex("\n"), "; ");
+}
+
+TEST_F(Day, WholeReport) {
+    ServiceSettings settings = Settings();
+    settings.directories.push_back("/usr");  // on the same disk, which is measured once
+    Start(settings);
+    Report report = After(1s);
+    report.time = std::chrono::system_clock::from_time_t(1700000000);
+    EXPECT_EQ(ReportToJson(report), "x");
+    EXPECT_EQ(Samples(&report, report.measured_at + 2s), "x");
+    setenv("TZ", "UTC", 1);
+    tzset();
+    EXPECT_EQ(FormatTable(report, false), "x");
+    EXPECT_EQ(Samples(nullptr, report.measured_at), "build_info{version=\"1.0.0\"} 1; up 0; ");
+}
+
+TEST_F(Day, History) {
+    ServiceSettings settings = Settings();
+    settings.processes.push_back({Kind::Unit, "db"});
+    const std::string group = "/sys/fs/cgroup/system.slice/db.service";
+    Start(settings);
+    Live({
+        {"a core, an interface, a disk's history and a process's number change hands",
+         [&] {
+             m_cores = 1;
+             m_second = "ens8";
+             m_replaced = m_uptime;
+             m_started = "101";
+         },
+         "x"},
+        {"all is new, and measured", [] {}, "x"},
+        {"files that cannot be read",
+         [&] {
+             m_instead = {{"/proc/stat", "none"}, {"/proc/meminfo", "MemTotal: 1 kB\n"},
+                          {"/proc/net/dev", NetDevText({NicLine("lo", 1, 1, 1, 1)})},
+                          {"/proc/diskstats", "none"}, {"/proc/" + DB + "/task", "none"}};
+         },
+         "x"},
+        {"all is back", [&] {
+            m_instead = {{"/proc/meminfo", "MemTotal: 1048576 kB\nMemFree: 524288 kB\n"}}; }, "x"},
+        {"a unit starts: the one whose parent is outside",
+         [&] {
+             m_processes[CHILD] = "child";
+             m_kernel.Write(group + "/cgroup.procs", CHILD + "\n");
+             m_kernel.Write(group + "/workers/cgroup.procs", DB + "\n");
+         },
+         "x"},
+        {"and is measured", [] {}, "x"},
+        {"its process ends, but not its child",
+         [&] {
+             m_processes.erase(DB);
+             m_kernel.Remove("/proc/" + DB);
+         },
+         "x"},
+        {"the unit's child is what is left", [] {}, "x"},
+        {"a pid file of nobody's", [&] { m_kernel.Write("/run/db.pid", "1\n"); }, "x"},
+        {"one that says nothing, and one that is a zombie",
+         [&] {
+             m_kernel.Write("/run/db.pid", "db\n");
+             m_processes.clear();
+             m_kernel.Write("/proc/" + CHILD + "/stat", CHILD + " (child) Z 1\n");
+         },
+         "x"},
+        {"a path that hangs", [&] { m_kernel.Hang("/run"); }, "x"},
+        {"it answers", [&] { m_kernel.Hang(""); }, "x"},
+        {"another file system is mounted", [&] { m_kernel.status["/"].st_dev = makedev(0, 25); }, "x"},
+    });
+}
+
+// The compatible reading fails where the strict one goes on, and says why.
+TEST_F(Day, CompatibleHistory) {
+    ServiceSettings settings = Settings();
+    settings.compatible = true;
+    settings.report_interval = 2s;
+    m_processes[WEB] = "web";
+    Start(settings);
+    After(1s);
+    EXPECT_EQ(See(), "x");
+    EXPECT_EQ(After(1s).interval_seconds, 0U) << "no report is due";
+    EXPECT_EQ(See(), "") << "nothing changes";
+    const std::vector<Step> steps = {
+        {"a core goes in the latest cycle", [&] { m_cores = 1; }, "x"},
+        {"it is well again; blanks in names",
+         [&] {
+             m_processes = {{WEB, "a\tb"}, {DB, "db"}};
+             m_instead = {{"/proc/" + DB + "/task/7/comm", "GC Thread#0\n"}};
+         },
+         "x"},
+        {"nothing that it measures, counters that fell",
+         [&] {
+             m_instead = {{"/proc/net/dev", NetDevText({NicLine("wlan0", 1, 1, 1, 1)})},
+                          {"/proc/stat", StatText({{"cpu0", 50 * m_uptime + 99, 50 * m_uptime - 50}})},
+                          {"/proc/diskstats", DiskLine("sdb", 1, 1, 1)}};
+         },
+         "x"},
+    };
+    for (const Step& step : steps) {
+        After(1s);
+        step.change();
+        EXPECT_EQ(See(), step.seen) << step.what;
+    }
+    m_kernel.Remove("/etc/mtab");
+    Start(settings);
+    After(1s);
+    EXPECT_EQ(See(), "x");
+    m_kernel.Hang("/etc/mtab");
+    Start(settings);
+    After(1s);
+    EXPECT_EQ(See(), "x");
+    m_kernel.Hang("");
+}
+
+// Whatever single call or allocation fails: nothing is thrown but what memory there is not, every
+// figure is what it is or absent with a reason, nothing stays open, and the next report is whole.
+TEST_F(Day, SingleFaults) {
+    ServiceSettings settings = Settings();
+    settings.processes.push_back({Kind::Unit, "db"});
+    m_kernel.Write("/sys/fs/cgroup/db.service/cgroup.procs", DB + "\n");
+    Start(settings);
+    See();
+    int failed = 0;
+    for (const KernelCall call : ALL_KERNEL_CALLS) {
+        bool reached = true;
+        for (int nth = 1; reached; ++nth) {
+            m_kernel.Fail(call, nth, nth % 2 == 0 ? ESRCH : EMFILE, 5);
+            const Report report = After(1s);
+            reached = m_kernel.faults[static_cast<size_t>(call)].countdown == 0;
+            m_kernel.Heal();
+            for (const auto& [name, status] : Families(report)) {
+                failed += status.state == FigureState::Failed ? 1 : 0;
+                EXPECT_EQ(status.state == FigureState::Fresh, status.reason.empty()) << name;
+            }
+            After(1s);
+            EXPECT_EQ(See(), "") << static_cast<int>(call) << " " << nth;
+            EXPECT_EQ(m_kernel.CountOpen(), 0);
+        }
+    }
+    EXPECT_GT(failed, 20);
+    int thrown = 1;
+    for (int nth = 1; thrown == nth; ++nth) {
+        allocations_to_failure = nth;
+        try {
+            m_now += 1s;
+            skipped_seconds += 1;
+            m_loop->RunDue(m_now);
+        } catch (const std::bad_alloc&) {
+            ++thrown;
+        }
+        allocations_to_failure = 0;
+        EXPECT_GT(m_loop->NextDue(), m_now);
+        After(1s);
+        EXPECT_EQ(See(), "") << "allocation " << nth;
+    }
+    EXPECT_GT(thrown, 50);
+}
+
+}  // namespace

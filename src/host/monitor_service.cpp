@@ -84,6 +84,7 @@ struct MonitorService::State {
     std::shared_ptr<const Report> Measure();
     bool Publish(const std::shared_ptr<const Report>& report);
     void HandOver(const std::shared_ptr<const Report>& report) const;
+    void Complain(const char* what, const char* why) const;
     void Run();
     bool Stop(bool callback_may_take_long);
 
@@ -128,7 +129,7 @@ std::shared_ptr<const Report> MonitorService::State::Measure() {
             return std::make_shared<const Report>(std::move(*report));
         }
     } catch (const std::exception& error) {
-        MONITOR_LOG(settings.log, LOG_PRIORITY_ERROR, "a cycle failed: %s.", error.what());
+        Complain("a cycle failed", error.what());
     }
     return nullptr;
 }
@@ -149,10 +150,18 @@ void MonitorService::State::HandOver(const std::shared_ptr<const Report>& report
     try {
         settings.on_report(report);
     } catch (const std::exception& error) {
-        MONITOR_LOG(settings.log, LOG_PRIORITY_ERROR, "the report's callback threw: %s.",
-                    error.what());
+        Complain("the report's callback threw", error.what());
     } catch (...) {
-        MONITOR_LOG(settings.log, LOG_PRIORITY_ERROR, "the report's callback threw.");
+        Complain("the report's callback threw", "no exception of the standard library's");
+    }
+}
+
+/// In a record, if there is memory for one.
+void MonitorService::State::Complain(const char* what, const char* why) const {
+    try {
+        MONITOR_LOG(settings.log, LOG_PRIORITY_ERROR, "%s: %s.", what, why);
+    } catch (const std::exception&) {
+        return;  // nothing more can be done
     }
 }
 
