@@ -59,6 +59,9 @@ std::optional<Report> MonitorLoop::RunDue(Clock::time_point now) {
         m_directories.Ask(now, report_due);
         m_processes.Ask(now);
     }
+    if (report_due) {
+        m_cpu.BeforeReport(now);
+    }
     if (m_tiny_cycle.TakeIfDue(now)) {
         m_cpu.RunTinyCycle(now);
     }
