@@ -494,7 +494,7 @@ TEST_F(Day, SingleFaults) {
             EXPECT_EQ(m_kernel.CountOpen(), 0);
         }
     }
-    EXPECT_GT(failed, 20);
+    EXPECT_GT(failed, 10);
     int thrown = 1;
     for (int nth = 1; thrown == nth; ++nth) {
         allocations_to_failure = nth;
