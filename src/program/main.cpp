@@ -44,7 +44,7 @@ public:
     /// False when standard output is gone.
     bool Put(const Report& report) {
         if (m_view != nullptr) {
-            m_view->Show(report);
+            m_view->Show(std::make_shared<const Report>(report));
             return true;
         }
         PrintNotes(report.notes);
