@@ -21,10 +21,12 @@ struct Block {
     const char* ascii;
 };
 
+constexpr size_t LEAST_SHORTENED = 8;  // below, only the beginning is shown
+
 constexpr Block FROM_BELOW[] = {
     {" ", " ", " "},
-    {"\u2581", "_", "."},
-    {"\u2582", "_", "."},
+    {"\u2581", ".", "."},
+    {"\u2582", ".", "."},
     {"\u2583", "\u2584", ":"},
     {"\u2584", "\u2584", ":"},
     {"\u2585", "\u2584", ":"},
@@ -126,6 +128,29 @@ Line Justified(Line left, const Line& right, size_t columns) {
         line.push_back(span);
     }
     return line;
+}
+
+std::string Shortened(const std::string& text, size_t columns) {
+    if (columns < LEAST_SHORTENED || ColumnsOf(text) <= columns) {
+        return FitColumns(text, columns);
+    }
+    const std::string safe = Printable(text);
+    std::vector<size_t> starts;  // of characters
+    for (size_t position = 0; position < safe.size();) {
+        starts.push_back(position);
+        position += DecodeUtf8(safe, position).length;
+    }
+    const size_t room = columns / 2;
+    size_t used = 0;
+    size_t tail = safe.size();
+    for (auto start = starts.rbegin(); start != starts.rend(); ++start) {
+        used += ColumnsOf(safe.substr(*start, tail - *start));
+        if (used > room) {
+            break;
+        }
+        tail = *start;
+    }
+    return FitColumns(FitColumns(safe, columns - room) + safe.substr(tail), columns);
 }
 
 std::vector<std::string> Wrapped(const std::string& text, size_t columns) {

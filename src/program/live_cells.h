@@ -9,6 +9,7 @@ namespace corvane::program {
 enum class Style {
     Plain,
     Title,
+    Heading,    ///< of a table
     Quiet,      ///< what stands around figures
     Graph,      ///< graphs and bars
     HighGraph,  ///< the same, where a figure is alarming
@@ -50,6 +51,10 @@ Line Cut(const Line& line, size_t columns);
 
 /// `left`, cut where needed, and `right` at the end of `columns`; `right` has the right of way.
 Line Justified(Line left, const Line& right, size_t columns);
+
+/// Printable text in exactly `columns`; of what is too long the middle is left out, as paths and
+/// names of one kind often differ at the end only.
+std::string Shortened(const std::string& text, size_t columns);
 
 /// Printable text in lines of at most `columns`, parted at blanks where there are any.
 std::vector<std::string> Wrapped(const std::string& text, size_t columns);

@@ -78,7 +78,7 @@ std::string Figure(const FamilyStatus& status, const std::string& text) {
 
 Graph CpuGraph(const CpuFigures& cpu, const Histories& histories) {
     Graph graph = {"CPU " + Figure(cpu.status, fmt::format("{}", cpu.peak_percent)), false,
-                   &histories.Of("cpu"), PERCENT * std::max(1U, cpu.core_number), "%"};
+                   &histories.Of("cpu"), PERCENT * std::max(1U, cpu.core_number)};
     if (cpu.core_number > 0) {
         graph.title += fmt::format(" of {}", static_cast<uint64_t>(graph.full_scale));
     }
@@ -98,7 +98,7 @@ Graph MemoryGraph(const MemoryFigures& memory, const Histories& histories) {
                                          bytes(memory.total_mib), MemoryShare(memory));
     return {"Memory " + Figure(memory.status, text),
             memory.status.HasFigures() && MemoryShare(memory) >= HIGH_SHARE * PERCENT,
-            &histories.Of("memory"), PERCENT, "%"};
+            &histories.Of("memory"), PERCENT};
 }
 
 Graph TrafficGraph(const char* title, const FamilyStatus& status, const TrafficPeak& peak,
@@ -109,7 +109,7 @@ Graph TrafficGraph(const char* title, const FamilyStatus& status, const TrafficP
     if (status.HasFigures()) {
         text += " " + peak.interface;
     }
-    return {text, false, &samples, 0, "B/s"};
+    return {text, false, &samples, 0};
 }
 
 void AddDiskGraphs(const Report& report, const Histories& histories, std::vector<Graph>& graphs) {
@@ -128,7 +128,7 @@ void AddDiskGraphs(const Report& report, const Histories& histories, std::vector
         const std::string figures = Figure(row.io, fmt::format("{} %", row.busy_percent));
         graphs.push_back({fmt::format("Disk {} {} {}", disk, figures, row.directory),
                           row.io.HasFigures() && row.busy_percent >= HIGH_SHARE * PERCENT,
-                          &histories.Of("disk:" + place->first), PERCENT, "%"});
+                          &histories.Of("disk:" + place->first), PERCENT});
     }
 }
 
@@ -220,7 +220,9 @@ std::vector<Line> DrawGraph(const Graph& graph, size_t height, size_t columns) {
     const double scale = Scale(graph, columns);
     std::vector<Line> lines = Plot(*graph.samples, scale, graph.full_scale > 0, height - 1, columns);
     // The scale gives way to the title.
-    const std::string end = "scale " + Scaled(scale, Prefix::Decimal) + graph.unit;
+    const std::string end = "scale " + (graph.full_scale > 0
+                                            ? fmt::format("{:.0f} %", scale)
+                                            : Scaled(scale, Prefix::Decimal) + "B/s");
     const bool both = ColumnsOf(title.text) + 2 + end.size() <= columns;
     const Line right = both ? Line{{end, Style::Quiet}} : Line{};
     lines.insert(lines.begin(), Justified({title}, right, columns));

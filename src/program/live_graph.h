@@ -41,8 +41,7 @@ struct Graph {
     std::string title;
     bool high = false;  ///< the title's figure is alarming
     const Samples* samples = nullptr;
-    double full_scale = 0;  ///< 0: a round number above the highest sample shown
-    std::string unit;       ///< of the scale, after its prefix
+    double full_scale = 0;  ///< percent; 0: bytes per second, up to a round number above all shown
 };
 
 /// All graphs of a report: CPU, memory, the two directions of the network, each disk.

@@ -65,7 +65,7 @@ Line Header(const LiveModel& model, const LiveState& state) {
 /// As many keys as have room, the most needed first.
 Line Footer(const LiveState& state) {
     static constexpr const char* KEYS[] = {"q quit",        "? help",  "p pause", "arrows scroll",
-                                           "PgUp PgDn",     "Home End", "c cores"};
+                                           "PgUp PgDn",     "Home End", "Tab part", "c cores"};
     static constexpr const char* HELP_KEYS[] = {"q quit", "? back", "arrows scroll"};
     Line line;
     size_t used = 0;
@@ -94,6 +94,7 @@ Body HelpBody() {
         "arrows   scroll; also j and k",
         "PgUp PgDn, Home End   scroll further;",
         "         also b, blank, g and G",
+        "Tab      to the next part",
         "",
         "-        not measured; notes say why",
         "*        older: the latest measurement",
@@ -131,7 +132,9 @@ void AddGraphRow(const std::vector<Graph>& graphs, size_t first, size_t end, siz
             line.push_back({std::string(GRAPHS_GAP, ' ')});
         }
     }
-    body[start].noun = {"graph", "graphs"};
+    for (size_t row = start; row < body.size(); ++row) {
+        body[row].noun = {"graph", "graphs"};
+    }
     body[start].items = count;
 }
 
@@ -163,27 +166,36 @@ void AddGraphs(const std::vector<Graph>& graphs, size_t height, size_t columns, 
 void AddSection(const Section& section, Body& body) {
     const size_t heading = section.heading.empty() ? NO_HEADING : body.size();
     if (!section.heading.empty()) {
-        body.push_back({section.heading});
+        body.push_back({section.heading, section.noun});
     }
     for (const Section::Row& row : section.rows) {
         body.push_back({row.line, section.noun, row.items, heading});
     }
 }
 
-std::vector<Section> Sections(const LiveModel& model, const LiveState& state, size_t rows) {
+/// What was asked for comes before what is simply there, in whatever number.
+std::vector<Section> Sections(const LiveModel& model, const LiveState& state, size_t rows,
+                              size_t notes_above) {
     const Report& report = *model.report;
+    Section notes = NoteSection(report, true, state.columns);
+    notes.rows.erase(notes.rows.begin(),
+                     notes.rows.begin() + static_cast<std::ptrdiff_t>(notes_above));
+    if (notes.rows.empty()) {
+        notes = {};
+    }
     const size_t core_rows = state.all_cores ? 0 : std::max<size_t>(2, rows / CORE_SHARE);
     return {CoreSection(report.cpu, state.columns, core_rows),
-            InterfaceSection(report.network, model.histories, state.columns),
             DirectorySection(report.directories, state.columns),
-            ProcessSection(report.processes, model.histories, state.columns)};
+            ProcessSection(report.processes, model.histories, state.columns),
+            InterfaceSection(report.network, model.histories, state.columns), notes};
 }
 
 /// All of a report. Graphs take what the rest leaves of `rows`; when that is too little, they are
-/// low, and those of disks stand at the end.
-Body ReportBody(const LiveModel& model, const LiveState& state, size_t rows) {
+/// low, and those of disks stand at the end. `notes_above` lines of the
+/// notes are not in it.
+Body ReportBody(const LiveModel& model, const LiveState& state, size_t rows, size_t notes_above) {
     Body rest;
-    for (const Section& section : Sections(model, state, rows)) {
+    for (const Section& section : Sections(model, state, rows, notes_above)) {
         AddSection(section, rest);
     }
     std::vector<Graph> graphs = Graphs(*model.report, model.histories);
@@ -253,15 +265,16 @@ Line MoreLine(const Body& body, size_t first, size_t end, size_t columns) {
         }
         return items;
     };
-    const std::string above = Counted(body, 0, first);
-    const std::string below = Counted(body, end, body.size());
-    const size_t above_total = total(0, first);
-    std::string text = below.empty() ? "" : below + " more below";
-    std::string brief = fmt::format("+{} more below", total(end, body.size()));
-    if (!above.empty()) {
-        text += (text.empty() ? "" : "; ") + above + " above";
-        brief += fmt::format(", +{} above", above_total);
-    }
+    const auto told = [](const std::string& above, const std::string& below) {
+        return (below.empty() ? "" : below + " more below") +
+               (above.empty() || below.empty() ? "" : "; ") +
+               (above.empty() ? "" : above + " above");
+    };
+    const auto number = [](size_t items) {
+        return items == 0 ? std::string() : fmt::format("+{}", items);
+    };
+    const std::string text = told(Counted(body, 0, first), Counted(body, end, body.size()));
+    const std::string brief = told(number(total(0, first)), number(total(end, body.size())));
     return {{FitColumns(ColumnsOf(text) <= columns ? text : brief, columns), Style::Title}};
 }
 
@@ -272,6 +285,11 @@ void AddBody(const Body& body, size_t scroll, size_t rows, size_t columns, Scree
             screen.lines.push_back(row.line);
         }
         return;
+    }
+    for (size_t i = 1; i < body.size(); ++i) {
+        if (body[i].noun.many != body[i - 1].noun.many) {
+            screen.parts.push_back(i);
+        }
     }
     screen.page = rows - 1;
     screen.last_scroll = body.size() - screen.page;
@@ -284,22 +302,15 @@ void AddBody(const Body& body, size_t scroll, size_t rows, size_t columns, Scree
     screen.lines.push_back(MoreLine(body, headed ? first + 1 : first, end, columns));
 }
 
-/// As many notes as have `rows`; the last of these counts the rest, which stand below.
-void AddNotes(const Section& notes, size_t rows, Screen& screen) {
-    const size_t shown = rows < notes.rows.size() ? rows - 1 : rows;
-    for (size_t i = 0; i < shown; ++i) {
-        screen.lines.push_back(notes.rows[i].line);
-    }
+/// What does not fit in `rows` lines of notes: counted here, told below.
+Line MoreNotes(const Section& notes, size_t shown) {
     size_t left = 0;
     for (size_t i = shown; i < notes.rows.size(); ++i) {
         left += notes.rows[i].items;
     }
-    if (shown < rows) {
-        left = std::max<size_t>(1, left);  // the end of the last one is a note, too
-        const std::string text = fmt::format("+{} more {} at the end", left,
-                                             left == 1 ? notes.noun.one : notes.noun.many);
-        screen.lines.push_back({{text, Style::Title}});
-    }
+    left = std::max<size_t>(1, left);  // the end of the last one is a note, too
+    return {{fmt::format("+{} more {} below", left, left == 1 ? notes.noun.one : notes.noun.many),
+             Style::Title}};
 }
 
 }  // namespace
@@ -319,19 +330,23 @@ Screen LayOut(const LiveModel& model, const LiveState& state) {
         LogLines(state.log, state.columns, std::clamp<size_t>(state.rows / LOG_SHARE, 1, MAX_LOG_ROWS));
     Section notes;
     if (model.report != nullptr && !state.help) {
-        notes = NoteSection(*model.report, state.columns);
+        notes = NoteSection(*model.report, false, state.columns);
     }
     const size_t note_rows = std::min(notes.rows.size(), state.rows / NOTE_SHARE);
+    const bool all_notes = note_rows == notes.rows.size();
+    const size_t notes_shown = all_notes ? note_rows : note_rows - 1;
     const size_t body_rows = state.rows - 2 - note_rows - log.size();
 
     screen.lines.push_back(Header(model, state));
-    AddNotes(notes, note_rows, screen);
-    Body body = state.help                ? HelpBody()
-                : model.report == nullptr ? Body{{{{"measuring the first interval ..."}}}}
-                                          : ReportBody(model, state, body_rows);
-    if (notes.rows.size() > note_rows) {
-        AddSection(notes, body);
+    for (size_t i = 0; i < notes_shown; ++i) {
+        screen.lines.push_back(notes.rows[i].line);
     }
+    if (!all_notes) {
+        screen.lines.push_back(MoreNotes(notes, notes_shown));
+    }
+    const Body body = state.help                ? HelpBody()
+                      : model.report == nullptr ? Body{{{{"measuring the first interval ..."}}}}
+                                                : ReportBody(model, state, body_rows, notes_shown);
     AddBody(body, state.scroll, body_rows, state.columns, screen);
     screen.lines.resize(1 + note_rows + body_rows);
     screen.lines.insert(screen.lines.end(), log.begin(), log.end());

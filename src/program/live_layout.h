@@ -39,6 +39,7 @@ struct Screen {
     std::vector<Line> lines;  ///< as many as there are rows, none wider than the screen
     size_t last_scroll = 0;   ///< where the last line is in sight
     size_t page = 1;          ///< lines that scroll
+    std::vector<size_t> parts = {};  ///< where to scroll for the graphs, directories and so on
 };
 
 /// Below the least size only a line that says so.

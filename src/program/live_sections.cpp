@@ -18,6 +18,7 @@ constexpr double PERCENT = 100.0;
 constexpr uint32_t HIGH_PERCENT = 90;
 constexpr size_t CORE_COLUMNS = 20;   // of a core with name, bar and figure, at least
 constexpr size_t CORE_FIGURE = 5;     // "100%" and a blank
+constexpr size_t MESSAGE_NAME = 32;   // columns
 constexpr size_t CORES_TOGETHER = 8;  // in a row of characters, between blanks
 
 /// A figure with a place for the mark of a stale one.
@@ -127,6 +128,17 @@ void AddCoreCharacters(const std::vector<CoreFigures>& cores, size_t columns, Se
     }
 }
 
+/// A name in a message, of a length that leaves room for the reason.
+std::string Name(const std::string& name) {
+    return Shortened(name, std::min(ColumnsOf(name), MESSAGE_NAME));
+}
+
+struct Message {
+    char mark = '!';
+    std::string text;
+    Style style = Style::Plain;
+};
+
 /// Both families of one directory or process: once where they fare alike.
 struct Pair {
     std::string name;
@@ -137,7 +149,7 @@ struct Pair {
 };
 
 void AddMessage(const std::string& name, const FamilyStatus& status, FigureState state,
-                const std::vector<std::string>& notes, std::vector<Span>& messages) {
+                const std::vector<std::string>& notes, std::vector<Message>& messages) {
     if (status.state != state) {
         return;
     }
@@ -149,14 +161,16 @@ void AddMessage(const std::string& name, const FamilyStatus& status, FigureState
     }
     const char* const word = state == FigureState::Failed   ? " not measured"
                              : state == FigureState::Stale ? " stale"
+                             : status.reason.empty()       ? " absent"
                                                            : "";
-    const std::string reason = status.reason.empty() && *word == '\0' ? "none" : status.reason;
-    messages.push_back({name + word + (reason.empty() ? "" : ": " + reason),
-                        state == FigureState::Failed ? Style::Note : Style::Plain});
+    const std::string reason = status.reason.empty() ? "" : ": " + status.reason;
+    const char mark = state == FigureState::Failed ? '!' : state == FigureState::Stale ? '*' : '-';
+    const Style style = state == FigureState::Failed ? Style::Note : Style::Plain;
+    messages.push_back({mark, name + word + reason, style});
 }
 
 void AddMessages(const Pair& pair, FigureState state, const std::vector<std::string>& notes,
-                 std::vector<Span>& messages) {
+                 std::vector<Message>& messages) {
     if (pair.first_status.state == pair.second_status.state &&
         pair.first_status.reason == pair.second_status.reason) {
         AddMessage(pair.name, pair.first_status, state, notes, messages);
@@ -229,7 +243,7 @@ Section DirectorySection(const std::vector<DirectoryFigures>& directories, size_
     return TableSection({"directory", "directories"},
                         {{"Directory", Kind::Name, 8},
                          {"Disk", Kind::Name, 8, 1},
-                         {"busy", Kind::Drawing, 8, 3},
+                         {"", Kind::Drawing, 8, 3},
                          {"Busy", Kind::Figure, 5},
                          {"Ops/s", Kind::Figure, 6},
                          {"full", Kind::Drawing, 8, 2},
@@ -249,7 +263,8 @@ Section ProcessSection(const std::vector<ProcessFigures>& processes, const Histo
         }
         const int32_t busiest = row.thread_peak_percent.value_or(0);
         rows.push_back({{ProcessName(row)},
-                        {row.running ? std::to_string(row.pid) + " " : "gone "},
+                        row.running ? TableCell{std::to_string(row.pid) + " "}
+                                    : TableCell{"gone ", Style::Alarm},
                         Percent(row.cpu, row.cpu_peak_percent),
                         GraphCell(histories.Of("process:" + row.target), PERCENT),
                         Percent(thread, busiest, busiest >= static_cast<int32_t>(HIGH_PERCENT)),
@@ -260,39 +275,42 @@ Section ProcessSection(const std::vector<ProcessFigures>& processes, const Histo
                         {{"Process", Kind::Name, 6},
                          {"PID", Kind::Figure, 5},
                          {"CPU", Kind::Figure, 5},
-                         {"CPU", Kind::Drawing, 10, 2},
+                         {"history", Kind::Drawing, 10, 2},
                          {"Thread", Kind::Figure, 5},
                          {"Res", Kind::Figure, 6},
                          {"Virt", Kind::Figure, 6}},
                         rows, columns);
 }
 
-Section NoteSection(const Report& report, size_t columns) {
-    std::vector<Span> messages;
+Section NoteSection(const Report& report, bool all, size_t columns) {
+    std::vector<Message> messages;
     for (const std::string& note : report.notes) {
-        messages.push_back({note, Style::Note});
+        messages.push_back({'!', note, Style::Note});
     }
     for (const FigureState state :
          {FigureState::Failed, FigureState::Stale, FigureState::Absent}) {
         AddMessage("CPU", report.cpu.status, state, report.notes, messages);
         AddMessage("memory", report.memory.status, state, report.notes, messages);
         AddMessage("network", report.network.status, state, report.notes, messages);
-        for (const DirectoryFigures& row : report.directories) {
-            AddMessages({row.directory, "disk", row.io, "space", row.space}, state, report.notes,
-                        messages);
-        }
         for (const ProcessFigures& row : report.processes) {
-            AddMessages({"process " + row.target, "CPU", row.cpu, "memory", row.memory}, state,
+            AddMessages({"process " + Name(row.target), "CPU", row.cpu, "memory", row.memory}, state,
                         report.notes, messages);
         }
+        if (state == FigureState::Absent && !all) {
+            break;
+        }
+        for (const DirectoryFigures& row : report.directories) {
+            AddMessages({Name(row.directory), "disk", row.io, "space", row.space}, state, report.notes,
+                        messages);
+        }
     }
-    Section section = {{"note", "notes"}, {{FitColumns("Notes", columns), Style::Title}}, {}};
-    for (const Span& message : messages) {
-        std::string mark = "! ";
-        for (const std::string& text : Wrapped(message.text, columns - mark.size())) {
-            const size_t items = mark == "! " ? 1 : 0;
-            section.rows.push_back({{{mark + text, message.style}}, items});
-            mark = "  ";
+    Section section = {{"note", "notes"}, {{FitColumns("Notes", columns), Style::Heading}}, {}};
+    for (const Message& message : messages) {
+        std::string start = {message.mark, ' '};
+        for (const std::string& text : Wrapped(message.text, columns - start.size())) {
+            const size_t items = start.front() == ' ' ? 0 : 1;
+            section.rows.push_back({{{start + text, message.style}}, items});
+            start = "  ";
         }
     }
     return section;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 #include "terminal_text.h"
 
@@ -11,7 +12,8 @@ namespace {
 
 using Kind = TableColumn::Kind;
 
-constexpr size_t WIDE = 80;  // columns from which on figures stand apart
+constexpr size_t WIDE = 80;             // columns from which on figures stand apart
+constexpr size_t COMFORTABLE_NAME = 24;  // that lesser columns leave to a name
 constexpr double HIGH_SHARE = 0.9;
 
 /// Blanks after a column. Figures end in a column for their mark, so they need fewer.
@@ -43,7 +45,22 @@ std::vector<size_t> Widths(const std::vector<TableColumn>& columns,
     });
     std::vector<size_t> widths(columns.size());
     size_t left = width;
+    const auto grow_names = [&](size_t most) {
+        for (size_t i = 0; i < columns.size(); ++i) {
+            if (widths[i] > 0 && columns[i].kind == Kind::Name) {
+                const size_t wanted =
+                    std::min(most, Widest(columns[i], rows, i)) + Apart(Kind::Name, width);
+                const size_t more = std::min(left, wanted - std::min(wanted, widths[i]));
+                widths[i] += more;
+                left -= more;
+            }
+        }
+    };
+    int rank = 0;
     for (const size_t i : order) {
+        if (std::exchange(rank, columns[i].rank) == 0 && rank > 0) {
+            grow_names(COMFORTABLE_NAME);
+        }
         const Kind kind = columns[i].kind;
         const size_t least =
             kind == Kind::Figure ? Widest(columns[i], rows, i) : columns[i].columns;
@@ -53,14 +70,9 @@ std::vector<size_t> Widths(const std::vector<TableColumn>& columns,
             left -= std::min(left, wanted);
         }
     }
+    grow_names(width);
     size_t drawings = 0;
     for (size_t i = 0; i < columns.size(); ++i) {
-        if (widths[i] > 0 && columns[i].kind == Kind::Name) {
-            const size_t widest = Widest(columns[i], rows, i) + Apart(Kind::Name, width);
-            const size_t more = std::min(left, widest - widths[i]);
-            widths[i] += more;
-            left -= more;
-        }
         drawings += widths[i] > 0 && columns[i].kind == Kind::Drawing ? 1U : 0U;
     }
     for (size_t i = 0; i < columns.size(); ++i) {
@@ -81,7 +93,7 @@ Line DrawCell(const TableCell& cell, Kind kind, size_t width) {
         return Bar(*cell.share, width, *cell.share >= HIGH_SHARE);
     }
     if (kind != Kind::Figure) {
-        return {{FitColumns(cell.text, width), cell.style}};
+        return {{Shortened(cell.text, width), cell.style}};
     }
     const size_t used = std::min(width, ColumnsOf(cell.text));
     return {{std::string(width - used, ' ')}, {FitColumns(cell.text, used), cell.style}};
@@ -109,9 +121,14 @@ std::vector<Line> DrawTable(const std::vector<TableColumn>& columns,
     const std::vector<size_t> widths = Widths(columns, rows, width);
     TableRow heading;
     for (const TableColumn& column : columns) {
-        heading.push_back({Heading(column), Style::Title});
+        heading.push_back({Heading(column), Style::Heading});
     }
-    std::vector<Line> lines = {DrawRow(columns, heading, widths, width)};
+    Line first = DrawRow(columns, heading, widths, width);
+    for (Span& span : first) {
+        span.style = Style::Heading;  // blanks as well: a line across
+    }
+    std::vector<Line> lines = {Justified(first, {}, width)};
+    lines.front().back().style = Style::Heading;
     for (const TableRow& row : rows) {
         lines.push_back(DrawRow(columns, row, widths, width));
     }

@@ -131,6 +131,8 @@ attr_t AttributesOf(Style style) {
     switch (style) {
         case Style::Title:
             return A_BOLD;
+        case Style::Heading:
+            return A_BOLD | A_UNDERLINE;
         case Style::Alarm:
             return A_BOLD | A_REVERSE;
         case Style::HighGraph:
@@ -187,6 +189,8 @@ Key KeyOf(int code) {
         case KEY_SELECT:
         case 'G':
             return Key::End;
+        case '\t':
+            return Key::NextPart;
         case KEY_RESIZE:
             return Key::Resized;
         default:

@@ -9,7 +9,21 @@
 
 namespace corvane::program {
 
-enum class Key { Quit, Help, Pause, Cores, Up, Down, PageUp, PageDown, Home, End, Resized, Other };
+enum class Key {
+    Quit,
+    Help,
+    Pause,
+    Cores,
+    Up,
+    Down,
+    PageUp,
+    PageDown,
+    Home,
+    End,
+    NextPart,
+    Resized,
+    Other
+};
 
 /// Owns the terminal while it lives; the destructor restores it, and so does the end of the process
 /// by a signal that can be handled. One at a time.

@@ -78,16 +78,23 @@ void LiveView::Act(Key key) {
 }
 
 void LiveView::Scroll(Key key) {
-    const size_t step = key == Key::PageUp || key == Key::PageDown ? std::max<size_t>(1, m_page - 1)
-                                                                   : 1;
+    const bool page = key == Key::PageUp || key == Key::PageDown;
+    const size_t step = page ? std::max<size_t>(2, m_screen.page) - 1 : 1;
+    size_t& scroll = m_state.scroll;
     if (key == Key::Up || key == Key::PageUp) {
-        m_state.scroll -= std::min(m_state.scroll, step);
+        scroll -= std::min(scroll, step);
     } else if (key == Key::Down || key == Key::PageDown) {
-        m_state.scroll = std::min(m_last_scroll, m_state.scroll + step);
+        scroll = std::min(m_screen.last_scroll, scroll + step);
     } else if (key == Key::Home) {
-        m_state.scroll = 0;
+        scroll = 0;
     } else if (key == Key::End) {
-        m_state.scroll = m_last_scroll;
+        scroll = m_screen.last_scroll;
+    } else if (key == Key::NextPart) {
+        const auto next = std::find_if(m_screen.parts.begin(), m_screen.parts.end(),
+                                       [&](size_t part) { return part > scroll; });
+        scroll = next == m_screen.parts.end() || scroll == m_screen.last_scroll
+                     ? 0
+                     : std::min(*next, m_screen.last_scroll);
     }
 }
 
@@ -103,11 +110,9 @@ void LiveView::Draw() {
         const std::lock_guard lock(m_log_mutex);
         m_state.log.assign(m_log.begin(), m_log.end());
     }
-    const Screen screen = LayOut(m_paused ? *m_paused : m_model, m_state);
-    m_last_scroll = screen.last_scroll;
-    m_page = screen.page;
-    m_state.scroll = std::min(m_state.scroll, m_last_scroll);
-    m_terminal.Draw(screen.lines);
+    m_screen = LayOut(m_paused ? *m_paused : m_model, m_state);
+    m_state.scroll = std::min(m_state.scroll, m_screen.last_scroll);
+    m_terminal.Draw(m_screen.lines);
 }
 
 }  // namespace corvane::program

@@ -44,8 +44,7 @@ private:
     std::optional<LiveModel> m_paused;  // what stands still while m_model goes on
     LiveState m_state;
     size_t m_scroll_before_help = 0;
-    size_t m_last_scroll = 0;
-    size_t m_page = 1;
+    Screen m_screen;  // as drawn last
     std::mutex m_log_mutex;
     std::deque<std::string> m_log;
 };
