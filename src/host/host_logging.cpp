@@ -1,11 +1,15 @@
 #include "host_logging.h"
 
+#include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 #include <strings.h>
 
 #include <cstdio>
 #include <iterator>
+#include <memory>
+#include <mutex>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -23,12 +27,45 @@ constexpr PriorityName PRIORITY_NAMES[] = {
 
 constexpr size_t RECORD_LENGTH = 1024;  // most records; a longer one takes a buffer of its own
 
+/// Standard error, or whoever asked for the records.
+class RecordSink : public spdlog::sinks::base_sink<std::mutex> {
+public:
+    void Redirect(std::function<void(const std::string&)> taker) {
+        const std::lock_guard lock(mutex_);
+        m_taker = std::move(taker);
+    }
+
+protected:
+    void sink_it_(const spdlog::details::log_msg& record) override {
+        if (!m_taker) {
+            m_standard_error.log(record);
+            return;
+        }
+        spdlog::memory_buf_t line;
+        formatter_->format(record, line);
+        m_taker(std::string(line.data(), line.size() - 1));  // without the line feed
+    }
+    void flush_() override { m_standard_error.flush(); }
+    void set_formatter_(std::unique_ptr<spdlog::formatter> formatter) override {
+        m_standard_error.set_formatter(formatter->clone());
+        formatter_ = std::move(formatter);
+    }
+
+private:
+    spdlog::sinks::stderr_sink_st m_standard_error;
+    std::function<void(const std::string&)> m_taker;
+};
+
+const std::shared_ptr<RecordSink>& Sink() {
+    static const auto sink = std::make_shared<RecordSink>();
+    return sink;
+}
+
 spdlog::logger& Logger() {
     // The category decides what is written; the priority's name is part of the text, as spdlog has
     // fewer levels.
     static const auto logger = [] {
-        auto made = std::make_shared<spdlog::logger>(
-            "corvane", std::make_shared<spdlog::sinks::stderr_sink_mt>());
+        auto made = std::make_shared<spdlog::logger>("corvane", Sink());
         made->set_level(spdlog::level::trace);
         made->set_pattern("%Y-%m-%d %H:%M:%S.%e %v");
         made->flush_on(spdlog::level::trace);
@@ -76,6 +113,10 @@ bool LogPriorityFromName(const std::string& name, int32_t& priority) {
         }
     }
     return false;
+}
+
+void RedirectLogRecords(std::function<void(const std::string&)> taker) {
+    Sink()->Redirect(std::move(taker));
 }
 
 HostLogCategory::HostLogCategory(int32_t least_urgent) {

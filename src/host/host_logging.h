@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "log_category.h"
@@ -15,6 +16,12 @@ const char* LogPriorityName(int32_t priority);
 
 /// The priority of a name in any case ("error", "DEBUG"); -1 for "off". False for no name.
 bool LogPriorityFromName(const std::string& name, int32_t& priority);
+
+/// Hands each record from now on to `taker`, as the line that would go to standard error, without
+/// its end; an empty function goes back to standard error. `taker` is called on the thread that
+/// logs, one record at a time, and must not log; it is not called any more when this returns
+/// having replaced it. Safe to call from any thread but `taker`.
+void RedirectLogRecords(std::function<void(const std::string& line)> taker);
 
 /// A category that writes records up to a priority that may change at any time. The category must
 /// outlive the calls that it is passed to. Safe to use from several threads, but for SetPriority.

@@ -35,8 +35,13 @@ public:
                     m_server->Address().c_str());
         } else if (options.watch) {
             m_view = std::make_unique<LiveView>();
+            RedirectLogRecords(
+                [view = m_view.get()](const std::string& line) { view->AddLogLine(line); });
         }
     }
+    Outputs(const Outputs&) = delete;
+    Outputs& operator=(const Outputs&) = delete;
+    ~Outputs() { RedirectLogRecords({}); }
 
     bool TakesInput() const { return m_view != nullptr; }
     bool HandleInput() { return m_view->HandleInput(); }
