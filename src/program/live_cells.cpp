@@ -24,26 +24,14 @@ struct Block {
 constexpr size_t LEAST_SHORTENED = 8;  // below, only the beginning is shown
 
 constexpr Block FROM_BELOW[] = {
-    {" ", " ", " "},
-    {"\u2581", ".", "."},
-    {"\u2582", ".", "."},
-    {"\u2583", "\u2584", ":"},
-    {"\u2584", "\u2584", ":"},
-    {"\u2585", "\u2584", ":"},
-    {"\u2586", "\u2588", "#"},
-    {"\u2587", "\u2588", "#"},
-    {"\u2588", "\u2588", "#"},
+    {" ", " ", " "},           {"\u2581", ".", "."},      {"\u2582", ".", "."},
+    {"\u2583", "\u2584", ":"}, {"\u2584", "\u2584", ":"}, {"\u2585", "\u2584", ":"},
+    {"\u2586", "\u2588", "#"}, {"\u2587", "\u2588", "#"}, {"\u2588", "\u2588", "#"},
 };
 constexpr Block FROM_LEFT[] = {
-    {" ", " ", " "},
-    {"\u258F", " ", " "},
-    {"\u258E", " ", " "},
-    {"\u258D", "\u258C", " "},
-    {"\u258C", "\u258C", "#"},
-    {"\u258B", "\u258C", "#"},
-    {"\u258A", "\u2588", "#"},
-    {"\u2589", "\u2588", "#"},
-    {"\u2588", "\u2588", "#"},
+    {" ", " ", " "},           {"\u258F", " ", " "},      {"\u258E", " ", " "},
+    {"\u258D", "\u258C", " "}, {"\u258C", "\u258C", "#"}, {"\u258B", "\u258C", "#"},
+    {"\u258A", "\u2588", "#"}, {"\u2589", "\u2588", "#"}, {"\u2588", "\u2588", "#"},
 };
 constexpr Block OTHERS[] = {{GAP, GAP, "?"}};
 
@@ -61,6 +49,11 @@ const Block* FindBlock(const std::string& character) {
         block = Find(FROM_LEFT, character);
     }
     return block != nullptr ? block : Find(OTHERS, character);
+}
+
+/// Columns of a character; a mark has none, but by itself it would count as one.
+size_t Width(const std::string& character) {
+    return ColumnsOf("x" + character) - 1;
 }
 
 /// How many bytes of `text` fit in `columns`: whole characters with their marks, one at least.
@@ -91,9 +84,8 @@ Line Bar(double share, size_t columns, bool high) {
         const size_t before = cell * EIGHTHS;
         text += FROM_LEFT[std::min(EIGHTHS, filled - std::min(filled, before))].eighths;
     }
-    return {{"[", Style::Quiet},
-            {text, high ? Style::HighGraph : Style::Graph},
-            {"]", Style::Quiet}};
+    return {
+        {"[", Style::Quiet}, {text, high ? Style::HighGraph : Style::Graph}, {"]", Style::Quiet}};
 }
 
 size_t ColumnsOf(const Line& line) {
@@ -144,7 +136,7 @@ std::string Shortened(const std::string& text, size_t columns) {
     size_t used = 0;
     size_t tail = safe.size();
     for (auto start = starts.rbegin(); start != starts.rend(); ++start) {
-        used += ColumnsOf(safe.substr(*start, tail - *start));
+        used += Width(safe.substr(*start, tail - *start));
         if (used > room) {
             break;
         }
@@ -186,8 +178,7 @@ std::string Rendered(const std::string& text, Charset charset) {
         } else if (charset == Charset::Halves || length == 1) {
             rendered += character;
         } else {
-            // A mark alone counts as a column, behind another character as none.
-            rendered += std::string(ColumnsOf("x" + character) - 1, '?');
+            rendered += std::string(Width(character), '?');
         }
     }
     return rendered;

@@ -214,15 +214,17 @@ std::vector<Line> DrawGraph(const Graph& graph, size_t height, size_t columns) {
     const Span title = {Printable(graph.title), graph.high ? Style::Alarm : Style::Title};
     if (height <= 1) {
         const size_t room = columns - std::min(columns, ColumnsOf(title.text) + 1);
-        const Line plot = Plot(*graph.samples, Scale(graph, room), graph.full_scale > 0, 1, room).front();
+        const Line plot =
+            Plot(*graph.samples, Scale(graph, room), graph.full_scale > 0, 1, room).front();
         return {Justified({title}, plot, columns)};
     }
     const double scale = Scale(graph, columns);
-    std::vector<Line> lines = Plot(*graph.samples, scale, graph.full_scale > 0, height - 1, columns);
+    std::vector<Line> lines =
+        Plot(*graph.samples, scale, graph.full_scale > 0, height - 1, columns);
     // The scale gives way to the title.
-    const std::string end = "scale " + (graph.full_scale > 0
-                                            ? fmt::format("{:.0f} %", scale)
-                                            : Scaled(scale, Prefix::Decimal) + "B/s");
+    const std::string end =
+        "scale " + (graph.full_scale > 0 ? fmt::format("{:.0f} %", scale)
+                                         : Scaled(scale, Prefix::Decimal) + "B/s");
     const bool both = ColumnsOf(title.text) + 2 + end.size() <= columns;
     const Line right = both ? Line{{end, Style::Quiet}} : Line{};
     lines.insert(lines.begin(), Justified({title}, right, columns));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <ctime>
 
+#include "live_notes.h"
 #include "live_sections.h"
 #include "terminal_text.h"
 
@@ -20,6 +21,7 @@ constexpr size_t NOTE_SHARE = 4;         // notes take a quarter of the screen a
 constexpr size_t CORE_SHARE = 4;         // cores as well
 constexpr size_t LOG_SHARE = 6;
 constexpr size_t MAX_LOG_ROWS = 8;
+constexpr size_t NAMED = 72;  // columns from which on the program's name stands at the top
 constexpr size_t ROOMY = 20;  // lines from which on graphs have their own, below the title
 constexpr size_t NO_HEADING = SIZE_MAX;
 constexpr auto LATE = std::chrono::seconds(2);  // beyond the interval
@@ -56,16 +58,16 @@ Line Header(const LiveModel& model, const LiveState& state) {
         right.push_back({right.empty() ? "" : " "});
         right.push_back({fmt::format("figures are {} s old", state.age.count()), Style::Alarm});
     }
-    const std::string text =
-        fmt::format("{}  {}  peaks of {} s", LocalTime(model.report->time),
-                    Printable(state.host), model.report->interval_seconds);
+    const std::string text = fmt::format(
+        "{}{}  {}  peaks of {} s", state.columns >= NAMED ? "corvane-monitor  " : "",
+        LocalTime(model.report->time), Printable(state.host), model.report->interval_seconds);
     return Justified({{text, Style::Title}}, right, state.columns);
 }
 
 /// As many keys as have room, the most needed first.
 Line Footer(const LiveState& state) {
-    static constexpr const char* KEYS[] = {"q quit",        "? help",  "p pause", "arrows scroll",
-                                           "PgUp PgDn",     "Home End", "Tab part", "c cores"};
+    static constexpr const char* KEYS[] = {"q quit",    "? help",   "p pause",  "arrows scroll",
+                                           "PgUp PgDn", "Home End", "Tab part", "c cores"};
     static constexpr const char* HELP_KEYS[] = {"q quit", "? back", "arrows scroll"};
     Line line;
     size_t used = 0;
@@ -320,14 +322,14 @@ Screen LayOut(const LiveModel& model, const LiveState& state) {
     if (state.columns < MIN_COLUMNS || state.rows < MIN_ROWS) {
         screen.lines.resize(state.rows);
         if (state.rows > 0) {
-            const std::string text = fmt::format("window too small: needs {}x{}, q quits",
-                                                 MIN_COLUMNS, MIN_ROWS);
+            const std::string text =
+                fmt::format("window too small: needs {}x{}, q quits", MIN_COLUMNS, MIN_ROWS);
             screen.lines[0] = {{FitColumns(text, state.columns), Style::Alarm}};
         }
         return screen;
     }
-    const std::vector<Line> log =
-        LogLines(state.log, state.columns, std::clamp<size_t>(state.rows / LOG_SHARE, 1, MAX_LOG_ROWS));
+    const std::vector<Line> log = LogLines(
+        state.log, state.columns, std::clamp<size_t>(state.rows / LOG_SHARE, 1, MAX_LOG_ROWS));
     Section notes;
     if (model.report != nullptr && !state.help) {
         notes = NoteSection(*model.report, false, state.columns);

@@ -29,16 +29,16 @@ struct LiveState {
     size_t scroll = 0;  ///< lines that are scrolled out at the top
     bool paused = false;
     bool help = false;
-    bool all_cores = false;        ///< each core with its figure, however many lines that takes
-    std::chrono::seconds age{0};   ///< of the newest report
-    std::string host;              ///< this machine's name
-    std::vector<std::string> log;  ///< newest last
+    bool all_cores = false;       ///< each core with its figure, however many lines that takes
+    std::chrono::seconds age{0};  ///< of the newest report
+    std::string host = {};        ///< this machine's name
+    std::vector<std::string> log = {};  ///< newest last
 };
 
 struct Screen {
-    std::vector<Line> lines;  ///< as many as there are rows, none wider than the screen
-    size_t last_scroll = 0;   ///< where the last line is in sight
-    size_t page = 1;          ///< lines that scroll
+    std::vector<Line> lines;         ///< as many as there are rows, none wider than the screen
+    size_t last_scroll = 0;          ///< where the last line is in sight
+    size_t page = 1;                 ///< lines that scroll
     std::vector<size_t> parts = {};  ///< where to scroll for the graphs, directories and so on
 };
 

@@ -18,7 +18,6 @@ constexpr double PERCENT = 100.0;
 constexpr uint32_t HIGH_PERCENT = 90;
 constexpr size_t CORE_COLUMNS = 20;   // of a core with name, bar and figure, at least
 constexpr size_t CORE_FIGURE = 5;     // "100%" and a blank
-constexpr size_t MESSAGE_NAME = 32;   // columns
 constexpr size_t CORES_TOGETHER = 8;  // in a row of characters, between blanks
 
 /// A figure with a place for the mark of a stale one.
@@ -86,8 +85,8 @@ Line CoreCell(const CoreFigures& core, size_t name_columns, size_t columns) {
     const bool high = core.percent >= HIGH_PERCENT;
     Line line = {{FitColumns(core.name, name_columns) + " "}};
     Append(line, Bar(core.percent / PERCENT, columns - name_columns - 2 - CORE_FIGURE, high));
-    line.push_back({fmt::format("{:>4}%", std::min(core.percent, 9999U)),
-                    high ? Style::Alarm : Style::Plain});
+    line.push_back(
+        {fmt::format("{:>4}%", std::min(core.percent, 9999U)), high ? Style::Alarm : Style::Plain});
     line.push_back({" "});
     return line;
 }
@@ -121,63 +120,10 @@ void AddCoreCharacters(const std::vector<CoreFigures>& cores, size_t columns, Se
         for (size_t core = i; core < std::min(cores.size(), i + CORES_TOGETHER); ++core) {
             samples.push_back(static_cast<float>(cores[core].percent));
         }
-        Append(section.rows.back().line,
-               Plot(samples, PERCENT, true, 1, samples.size()).front());
+        Append(section.rows.back().line, Plot(samples, PERCENT, true, 1, samples.size()).front());
         section.rows.back().line.push_back({" "});
         section.rows.back().items += samples.size();
     }
-}
-
-/// A name in a message, of a length that leaves room for the reason.
-std::string Name(const std::string& name) {
-    return Shortened(name, std::min(ColumnsOf(name), MESSAGE_NAME));
-}
-
-struct Message {
-    char mark = '!';
-    std::string text;
-    Style style = Style::Plain;
-};
-
-/// Both families of one directory or process: once where they fare alike.
-struct Pair {
-    std::string name;
-    const char* first;
-    const FamilyStatus& first_status;
-    const char* second;
-    const FamilyStatus& second_status;
-};
-
-void AddMessage(const std::string& name, const FamilyStatus& status, FigureState state,
-                const std::vector<std::string>& notes, std::vector<Message>& messages) {
-    if (status.state != state) {
-        return;
-    }
-    const auto tells = [&](const std::string& note) {
-        return !status.reason.empty() && note.find(status.reason) != std::string::npos;
-    };
-    if (std::any_of(notes.begin(), notes.end(), tells)) {
-        return;
-    }
-    const char* const word = state == FigureState::Failed   ? " not measured"
-                             : state == FigureState::Stale ? " stale"
-                             : status.reason.empty()       ? " absent"
-                                                           : "";
-    const std::string reason = status.reason.empty() ? "" : ": " + status.reason;
-    const char mark = state == FigureState::Failed ? '!' : state == FigureState::Stale ? '*' : '-';
-    const Style style = state == FigureState::Failed ? Style::Note : Style::Plain;
-    messages.push_back({mark, name + word + reason, style});
-}
-
-void AddMessages(const Pair& pair, FigureState state, const std::vector<std::string>& notes,
-                 std::vector<Message>& messages) {
-    if (pair.first_status.state == pair.second_status.state &&
-        pair.first_status.reason == pair.second_status.reason) {
-        AddMessage(pair.name, pair.first_status, state, notes, messages);
-        return;
-    }
-    AddMessage(pair.name + " " + pair.first, pair.first_status, state, notes, messages);
-    AddMessage(pair.name + " " + pair.second, pair.second_status, state, notes, messages);
 }
 
 }  // namespace
@@ -225,10 +171,9 @@ Section DirectorySection(const std::vector<DirectoryFigures>& directories, size_
     std::vector<TableRow> rows;
     for (const DirectoryFigures& row : directories) {
         // What root keeps for itself is as good as used.
-        const double use = row.total_bytes == 0
-                               ? 0
-                               : 1 - static_cast<double>(row.available_bytes) /
-                                         static_cast<double>(row.total_bytes);
+        const double use = row.total_bytes == 0 ? 0
+                                                : 1 - static_cast<double>(row.available_bytes) /
+                                                          static_cast<double>(row.total_bytes);
         const bool full = use * PERCENT >= HIGH_PERCENT;
         rows.push_back({{row.directory},
                         {row.disk.empty() ? "-" : row.disk},
@@ -280,40 +225,6 @@ Section ProcessSection(const std::vector<ProcessFigures>& processes, const Histo
                          {"Res", Kind::Figure, 6},
                          {"Virt", Kind::Figure, 6}},
                         rows, columns);
-}
-
-Section NoteSection(const Report& report, bool all, size_t columns) {
-    std::vector<Message> messages;
-    for (const std::string& note : report.notes) {
-        messages.push_back({'!', note, Style::Note});
-    }
-    for (const FigureState state :
-         {FigureState::Failed, FigureState::Stale, FigureState::Absent}) {
-        AddMessage("CPU", report.cpu.status, state, report.notes, messages);
-        AddMessage("memory", report.memory.status, state, report.notes, messages);
-        AddMessage("network", report.network.status, state, report.notes, messages);
-        for (const ProcessFigures& row : report.processes) {
-            AddMessages({"process " + Name(row.target), "CPU", row.cpu, "memory", row.memory}, state,
-                        report.notes, messages);
-        }
-        if (state == FigureState::Absent && !all) {
-            break;
-        }
-        for (const DirectoryFigures& row : report.directories) {
-            AddMessages({Name(row.directory), "disk", row.io, "space", row.space}, state, report.notes,
-                        messages);
-        }
-    }
-    Section section = {{"note", "notes"}, {{FitColumns("Notes", columns), Style::Heading}}, {}};
-    for (const Message& message : messages) {
-        std::string start = {message.mark, ' '};
-        for (const std::string& text : Wrapped(message.text, columns - start.size())) {
-            const size_t items = start.front() == ' ' ? 0 : 1;
-            section.rows.push_back({{{start + text, message.style}}, items});
-            start = "  ";
-        }
-    }
-    return section;
 }
 
 }  // namespace corvane::program

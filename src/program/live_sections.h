@@ -40,8 +40,4 @@ Section DirectorySection(const std::vector<DirectoryFigures>& directories, size_
 Section ProcessSection(const std::vector<ProcessFigures>& processes, const Histories& histories,
                        size_t columns);
 
-/// The report's notes and why families have no figures, or old ones: what is worst first. With
-/// `all` also why directories have no disk, which is no news to whoever asked for them.
-Section NoteSection(const Report& report, bool all, size_t columns);
-
 }  // namespace corvane::program

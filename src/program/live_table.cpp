@@ -12,7 +12,7 @@ namespace {
 
 using Kind = TableColumn::Kind;
 
-constexpr size_t WIDE = 80;             // columns from which on figures stand apart
+constexpr size_t WIDE = 80;              // columns from which on figures stand apart
 constexpr size_t COMFORTABLE_NAME = 24;  // that lesser columns leave to a name
 constexpr double HIGH_SHARE = 0.9;
 

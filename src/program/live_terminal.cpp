@@ -17,7 +17,6 @@
 #include <stdexcept>
 #include <string>
 
-
 namespace corvane::program {
 
 namespace {
@@ -28,9 +27,9 @@ enum Pair : short { GRAPH_PAIR = 1, HIGH_PAIR, NOTE_PAIR };
 
 // What the end by a signal needs to leave a usable terminal: prepared while all is well, as a
 // handler may neither allocate nor call ncurses.
-constexpr std::array FATAL_SIGNALS = {SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,    SIGABRT, SIGSYS,
-                                      SIGALRM, SIGUSR1, SIGUSR2, SIGVTALRM, SIGPROF, SIGXCPU,
-                                      SIGTRAP};
+constexpr std::array FATAL_SIGNALS = {SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGABRT,
+                                      SIGSYS,  SIGALRM, SIGUSR1, SIGUSR2, SIGVTALRM,
+                                      SIGPROF, SIGXCPU, SIGTRAP};
 constexpr size_t RESTORE_LENGTH = 128;
 termios original_modes = {};
 std::array<char, RESTORE_LENGTH> restore_text = {};
@@ -104,9 +103,9 @@ void DefineCommonKeys() {
         const char* sequence;
         int key;
     } keys[] = {
-        {"\033[A", KEY_UP},    {"\033[B", KEY_DOWN},  {"\033OA", KEY_UP},   {"\033OB", KEY_DOWN},
+        {"\033[A", KEY_UP},     {"\033[B", KEY_DOWN},   {"\033OA", KEY_UP},    {"\033OB", KEY_DOWN},
         {"\033[5~", KEY_PPAGE}, {"\033[6~", KEY_NPAGE}, {"\033[1~", KEY_HOME}, {"\033[4~", KEY_END},
-        {"\033[H", KEY_HOME},  {"\033[F", KEY_END},   {"\033OH", KEY_HOME}, {"\033OF", KEY_END},
+        {"\033[H", KEY_HOME},   {"\033[F", KEY_END},    {"\033OH", KEY_HOME},  {"\033OF", KEY_END},
     };
     for (const auto& key : keys) {
         define_key(key.sequence, key.key);
