@@ -51,8 +51,8 @@ std::string Text(const LiveState& state) {
 }
 
 TEST(LiveView, FitsEverySize) {
-    for (const size_t columns : {1, 39, 40, 41, 79, 80, 120, 300}) {
-        for (const size_t rows : {1, 11, 12, 13, 24, 50, 100}) {
+    for (const size_t columns : {1U, 39U, 40U, 41U, 79U, 80U, 120U, 300U}) {
+        for (const size_t rows : {1U, 11U, 12U, 13U, 24U, 50U, 100U}) {
             Text({columns, rows, rows * 3, true, false, true, {}, "host", {"a", WIDE + WIDE}});
             Text({columns, rows, 0, false, rows % 2 == 0, false, {}, "host", {}});
         }

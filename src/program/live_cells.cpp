@@ -110,7 +110,7 @@ Line Cut(const Line& line, size_t columns) {
     return cut;
 }
 
-Line Justified(Line left, const Line& right, size_t columns) {
+Line Justified(const Line& left, const Line& right, size_t columns) {
     const size_t right_columns = std::min(columns, ColumnsOf(right));
     const size_t gap = right_columns == 0 ? 0 : 1;
     Line line = Cut(left, columns - std::min(columns, right_columns + gap));

@@ -50,7 +50,7 @@ size_t ColumnsOf(const Line& line);
 Line Cut(const Line& line, size_t columns);
 
 /// `left`, cut where needed, and `right` at the end of `columns`; `right` has the right of way.
-Line Justified(Line left, const Line& right, size_t columns);
+Line Justified(const Line& left, const Line& right, size_t columns);
 
 /// Printable text in exactly `columns`; of what is too long the middle is left out, as paths and
 /// names of one kind often differ at the end only.

@@ -76,7 +76,7 @@ std::vector<size_t> Widths(const std::vector<TableColumn>& columns,
         drawings += widths[i] > 0 && columns[i].kind == Kind::Drawing ? 1U : 0U;
     }
     for (size_t i = 0; i < columns.size(); ++i) {
-        if (widths[i] > 0 && columns[i].kind == Kind::Drawing) {
+        if (drawings > 0 && widths[i] > 0 && columns[i].kind == Kind::Drawing) {
             const size_t more = left / drawings--;
             widths[i] += more;
             left -= more;

@@ -12,6 +12,7 @@
 #include <array>
 #include <clocale>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -35,21 +36,24 @@ termios original_modes = {};
 std::array<char, RESTORE_LENGTH> restore_text = {};
 size_t restore_length = 0;
 
-void AddRestoreText(const char* capability) {
-    const char* const text = tigetstr(capability);
-    if (text == nullptr || text == reinterpret_cast<const char*>(-1)) {
-        return;
+/// What the terminal takes for a capability, without pauses; empty: it has none.
+std::string Capability(const char* name) {
+    const char* const found = tigetstr(name);
+    if (found == nullptr || reinterpret_cast<intptr_t>(found) == -1) {
+        return "";
     }
-    const size_t length = strlen(text);
-    if (restore_length + length <= restore_text.size()) {
-        memcpy(restore_text.data() + restore_length, text, length);
-        restore_length += length;
+    std::string text = found;
+    for (size_t pause = text.find("$<"); pause != std::string::npos; pause = text.find("$<")) {
+        text.erase(pause, text.find('>', pause) - pause + 1);
     }
+    return text;
 }
 
 void RestoreAndDie(int signal) {
     tcsetattr(STDOUT_FILENO, TCSANOW, &original_modes);
-    (void)!write(STDOUT_FILENO, restore_text.data(), restore_length);
+    if (write(STDOUT_FILENO, restore_text.data(), restore_length) < 0) {
+        // Nothing is left to be done about it.
+    }
     raise(signal);  // the handler is gone: now it ends the process
 }
 
@@ -81,15 +85,10 @@ void CheckTerminal() {
         throw std::runtime_error(std::string("--watch: no terminal type is known by the name of ") +
                                  name + " (TERM)");
     }
-    const auto can = [](const char* capability) {
-        const char* const text = tigetstr(capability);
-        return text != nullptr && text != reinterpret_cast<const char*>(-1);
-    };
-    const bool usable = can("cup") && can("clear");
-    restore_length = 0;
-    for (const char* const capability : {"sgr0", "rmkx", "cnorm", "rmcup"}) {
-        AddRestoreText(capability);
-    }
+    const bool usable = !Capability("cup").empty() && !Capability("clear").empty();
+    const std::string restore =
+        Capability("sgr0") + Capability("rmkx") + Capability("cnorm") + Capability("rmcup");
+    restore_length = restore.copy(restore_text.data(), restore_text.size());
     del_curterm(cur_term);
     if (!usable) {
         throw std::runtime_error(std::string("--watch: a terminal of type ") + name +
@@ -117,7 +116,8 @@ Charset TerminalCharset() {
         return Charset::Ascii;
     }
     const char* const name = getenv("TERM");
-    return strncmp(name, "linux", strlen("linux")) == 0 ? Charset::Halves : Charset::Eighths;
+    const bool console = name != nullptr && strncmp(name, "linux", strlen("linux")) == 0;
+    return console ? Charset::Halves : Charset::Eighths;
 }
 
 bool WantsColour() {
