@@ -239,7 +239,8 @@ MetricFamily ToFamily(const char* name, const char* help, const std::vector<Samp
 
 }  // namespace
 
-std::vector<MetricFamily> ToMetrics(const Report* report, Clock::time_point now) {
+std::vector<MetricFamily> ToMetrics(const Report* report,
+                                    std::chrono::steady_clock::time_point now) {
     std::vector<MetricFamily> families = {
         ToFamily("corvane_build_info", "1; the label names the version.",
                  {{{{"version", CORVANE_VERSION}}, 1.0}}),
@@ -271,10 +272,10 @@ std::vector<MetricFamily> ReportMetrics::Collect() const {
         const std::lock_guard<std::mutex> lock(m_mutex);
         report = m_report;
     }
-    return ToMetrics(report.get(), Clock::now());
+    return ToMetrics(report.get(), std::chrono::steady_clock::now());
 }
 
-std::string ToPrometheusText(const Report* report, Clock::time_point now) {
+std::string ToPrometheusText(const Report* report, std::chrono::steady_clock::time_point now) {
     return prometheus::TextSerializer().Serialize(ToMetrics(report, now));
 }
 

@@ -7,22 +7,23 @@
 #include <prometheus/collectable.h>
 #include <prometheus/metric_family.h>
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "report.h"
-#include "schedule.h"
 
 namespace corvane {
 
 /// The metrics of a report, `now` for its age. Families that were not measured are absent and say
 /// so in corvane_collector_success. Without a report only what always holds is there.
-std::vector<prometheus::MetricFamily> ToMetrics(const Report* report, Clock::time_point now);
+std::vector<prometheus::MetricFamily> ToMetrics(const Report* report,
+                                                std::chrono::steady_clock::time_point now);
 
 /// The same in the text format 0.0.4.
-std::string ToPrometheusText(const Report* report, Clock::time_point now);
+std::string ToPrometheusText(const Report* report, std::chrono::steady_clock::time_point now);
 
 /// The latest report's metrics, for a registry or an exposer of the server's own. Safe to use from
 /// several threads.
