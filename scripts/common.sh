@@ -60,15 +60,16 @@ need_prometheus() {
     PATH=$PATH:$folder/usr/bin
 }
 
-# Configures a preset and builds all of it, or the targets named; says nothing but what failed.
+# Configures a preset and builds all of it, or the targets named; says nothing when there is
+# nothing to do, and otherwise what failed.
 build_preset() {
-    local preset=$1 log
-    shift
-    say "== building: $preset"
+    local preset=$1 log=build/$1.log build=(cmake --build --preset "$1" ${2:+--target "${@:2}"})
     mkdir -p build
-    log=build/$preset.log
-    { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"}; } \
-        >"$log" 2>&1 && return
+    if cmake --preset "$preset" >"$log" 2>&1; then
+        "${build[@]}" -- -n | grep -q 'no work to do' && return
+        say "== building: $preset"
+        "${build[@]}" >>"$log" 2>&1 && return
+    fi
     grep -E -A 8 'error|Error|FAILED' "$log" | head -n 60 >&2 || tail -n 40 "$log" >&2
     fail "the build of preset '$preset' failed: $log"
 }
