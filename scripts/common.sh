@@ -21,8 +21,9 @@ as_root_apt_get() {
     log=$(mktemp)
     if ! "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -y -o APT::Status-Fd=1 \
         -o Dpkg::Use-Pty=0 -o DPkg::Lock::Timeout=300 "$@" </dev/null 2>&1 |
-        awk -F: -v log_file="$log" '
+        awk -F: -v log_file="$log" -v command="$1" '
             !/^(dl|pm)status:/ { print >log_file; next }
+            command == "update" { next }
             { step = ($1 == "dlstatus" ? "download" : "installation") " " int($3 / 10) * 10 " %" }
             step != last { print "  " step; fflush(); last = step }' >&2; then
         tail -n 20 "$log" >&2
