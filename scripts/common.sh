@@ -9,6 +9,9 @@ mapfile -t BUILD_PACKAGES < <(
     sed -n '/^Build-Depends:/,/^[A-Z][^B]/s/^ \([a-z0-9.+-]*\).*/\1/p' debian/control | grep -v debhelper)
 BUILD_PACKAGES+=(g++)
 PACKAGE_PACKAGES=(debhelper dpkg-dev lintian)
+TEST_PACKAGES=("${PACKAGE_PACKAGES[@]}" libgtest-dev libgmock-dev clang libclang-rt-dev
+    python3 jq curl iproute2 procps tmux pkg-config)
+LINT_PACKAGES=(clang-format clang-tidy cppcheck doxygen shellcheck pyflakes3)
 
 # Runs apt-get as root, with its progress as a line at each tenth part. What it says otherwise is
 # shown when it fails.
