@@ -3,7 +3,6 @@
 
     tests/fleet_test.py PATH-OF-CORVANE-MONITOR
 """
-import contextlib
 import http.client
 import itertools
 import json
@@ -11,7 +10,6 @@ import os
 import pathlib
 import re
 import shutil
-import socket
 import subprocess
 import sys
 import tempfile
@@ -28,11 +26,6 @@ def dashboards():
         nodes = []
         text = (CONTRIB / "grafana" / path).read_text()
         yield json.loads(text, object_hook=lambda node: nodes.append(node) or node), nodes
-
-
-def in_expression(value):
-    """One of several values, as Grafana puts it into a regular expression in quotes."""
-    return re.sub(r"[$^*{}\[\]'+?.()|]", r"\\\\\g<0>", value.replace("\\", "\\" * 4))
 
 
 class FleetTest(unittest.TestCase):
@@ -55,26 +48,21 @@ class FleetTest(unittest.TestCase):
             (cls.folder / name).write_text(re.sub("(interval|timeout|for): .*", r"\1: 1s", text))
         odd = cls.folder / "an 'odd' (name)+c.d"
         odd.mkdir()
-        dead = socket.socket()  # taken, and nobody listens
-        cls.addClassCleanup(dead.close)
-        dead.bind(("127.0.0.1", 0))
-        cls.dead = "127.0.0.1:%d" % dead.getsockname()[1]
-        process = str(os.getpid())
-        full = [f"--dir={odd}", "--dir=/", "--dir=/dev/shm", "--unit=gone.service", "--pid", process]
-        targets = [cls.start(r"http://([^/\s]+)", sys.argv[1], "--listen=127.0.0.1:0", *options, "1")
-                   for options in (full, ["--compatible", "--no-cores"], [])]
-        (cls.folder / "targets.yml").write_text(json.dumps([{"targets": [*targets, cls.dead]}]))
-        cls.one = {"instance": targets[0], "process": process, "directory": str(odd)}
-        cls.server = cls.start(
-            r'Listening on" address=(\S+).*Server is ready', "prometheus",
-            "--config.file=scrape.yml", "--storage.tsdb.path=data",
-            "--web.listen-address=127.0.0.1:0")
+        pid = str(os.getpid())
+        full = [f"--dir={odd}", "--dir=/", "--dir=/dev/shm", f"--pid={pid}", "--unit=gone.service"]
+        targets = [cls.start(r"http://([^/\s]+)", sys.argv[1], "--listen=127.0.0.1:0", *args, "1")
+                   for args in (full, ["--compatible", "--no-cores"], [])]
+        targets.append("127.0.0.1:1")  # nobody listens
+        (cls.folder / "targets.yml").write_text(json.dumps([{"targets": targets}]))
+        cls.one = {"instance": targets[0], "process": pid, "directory": str(odd)}
+        cls.server = cls.start(r'Listening on" address=(\S+).*Server is ready', "prometheus",
+                               "--config.file=scrape.yml", "--web.listen-address=127.0.0.1:0")
 
     def ask(self, what, **parameters):
         connection = http.client.HTTPConnection(self.server, timeout=10)
         connection.request("GET", f"/api/v1/{what}?{urllib.parse.urlencode(parameters)}")
-        with contextlib.closing(connection), connection.getresponse() as response:
-            answer = json.load(response)
+        answer = json.load(connection.getresponse())
+        connection.close()
         self.assertEqual("success", answer["status"], (parameters, answer))
         return answer["data"]
 
@@ -97,10 +85,12 @@ class FleetTest(unittest.TestCase):
                 self.check_answered(series)
                 values = self.ask(f"label/{label}/values", **{"match[]": series})
                 value = self.one[label] if self.one.get(label) in values else values[0]
-                every[label] = variable["allValue"] if variable.get("multi") else value
-                one[label] = in_expression(value) if variable.get("multi") else value
-            expressions = [node["expr"] for node in nodes if "expr" in node]
-            self.check_answered(*[fill(text, values) for text in expressions for values in (every, one)])
+                every[label] = variable.get("allValue", value)
+                one[label] = value  # where several can be chosen, as Grafana puts them into =~ "..."
+                if "multi" in variable:
+                    one[label] = re.sub(r"[$^*{}\[\]'+?.()|]", r"\\\\\g<0>", value)
+            self.check_answered(*[fill(node["expr"], values) for node in nodes if "expr" in node
+                                  for values in (every, one)])
 
     def test_rules(self):
         """With comparisons that drop nothing: they keep the alerts of a healthy fleet quiet."""
@@ -111,7 +101,7 @@ class FleetTest(unittest.TestCase):
 
     def test_alerts(self):
         """A directory without a disk and a process that does not run fail nothing."""
-        self.check_answered('ALERTS{alertname="CorvaneInstanceDown", instance="%s"}' % self.dead,
+        self.check_answered('ALERTS{alertname="CorvaneInstanceDown", instance="127.0.0.1:1"}',
                             'ALERTS{alertname=~".*NotRunning", process="gone.service"}')
         self.check_answered('absent(ALERTS{alertname=~".*(Failing|Stale|Targets|Restarting)"})')
 
@@ -124,11 +114,15 @@ class FleetTest(unittest.TestCase):
                         "grafana/tidy --check grafana/fleet.json grafana/machine.json"):
             ran = subprocess.run(command.split(), cwd=CONTRIB, capture_output=True, text=True)
             self.assertEqual(0, ran.returncode, ran.stdout + ran.stderr)
-        for dashboard, _ in dashboards():
-            places = [(grid["x"] + x, grid["y"] + y)
-                      for grid in (panel["gridPos"] for panel in dashboard["panels"])
-                      for x in range(grid["w"]) for y in range(grid["h"])]
-            self.assertEqual(len(places), len({place for place in places if place[0] < 24}))
+        for dashboard, nodes in dashboards():
+            numbers = [panel["id"] for panel in dashboard["panels"]]
+            self.assertEqual(len(numbers), len(set(numbers)))
+            for panel in (node for node in nodes if "targets" in node):
+                columns = {f"Value #{target['refId']}" for target in panel["targets"]}
+                self.assertLessEqual(set(re.findall(r"Value #\w", json.dumps(panel))), columns)
+                self.assertEqual("${datasource}", panel["datasource"]["uid"])
+            links = {node.get("url", "").partition("?")[0] for node in nodes}
+            self.assertLessEqual(links, {"", "/d/corvane-fleet", "/d/corvane-machine"})
 
 
 if __name__ == "__main__":
