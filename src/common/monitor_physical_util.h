@@ -18,8 +18,12 @@
 // files are read as 64-bit unsigned; more digits than fit read as 2^64 - 1. An allocation that
 // fails can leave an operation as std::bad_alloc; nothing else is thrown.
 //
-// Limits: a cycle reads a kernel file up to 40959 characters; a call needs up to 96 KiB of stack,
-// besides what the host's log writer takes.
+// Kernel files are read in one of two ways. The compatible reading, the default, finds names as
+// text and reads up to 40959 characters of a file; the operations say what follows.
+// SetStrictReading() chooses the strict one, in which fields are compared whole, files are read
+// whole, and a figure is either true or a failure.
+//
+// A call needs up to 96 KiB of stack, besides what the host's log writer takes.
 #pragma once
 
 #include <cstddef>
@@ -44,7 +48,7 @@ constexpr size_t MONITOR_NAME_LENGTH = 128;   ///< every name and path in a reco
 constexpr size_t MONITOR_MAX_DISK_NUM = 128;  ///< rows of the table of registered disks
 
 /// One "cpu" line of /proc/stat. Running totals in clock ticks. iowait is part of the total but not
-/// busy; guest time is inside `user`; steal (column 8) is not read and appears nowhere.
+/// busy; guest time is inside `user`.
 struct CPUInfo {
     CPUInfo() = default;                ///< empty names, every number 0
     CPUInfo(const CPUInfo&) = default;  ///< a plain copy
@@ -61,6 +65,7 @@ struct CPUInfo {
     uint64_t irq = 0;                              ///< column 6
     uint64_t softirq = 0;                          ///< column 7
     uint64_t max_cpu_utilization = 0;              ///< stored sample: peak or latest whole percent
+    uint64_t steal = 0;  ///< column 8, strict reading only: part of the total, not busy
 };
 
 /// CPU utilisation as the host receives it.
@@ -69,11 +74,19 @@ struct CPUInfoResult {
     uint32_t cpu_utilization = 0;  ///< whole percent, rounded up; the machine: sum over its cores
 };
 
+/// One core as the latest normal pass found it.
+struct CPUCoreInfo {
+    char cpu_core_name[MONITOR_NAME_LENGTH] = {};  ///< cpu0, cpu1, ...
+    uint32_t cpu_utilization = 0;                  ///< whole percent, rounded up
+};
+
 /// One thread's CPU time: /proc/PID/task/TID/stat, running totals in clock ticks.
 struct ThreadCPUInfo {
-    uint32_t tid = 0;     ///< name of the entry under /proc/PID/task
-    uint64_t user = 0;    ///< field 14, utime
-    uint64_t system = 0;  ///< field 15, stime
+    uint32_t tid = 0;         ///< name of the entry under /proc/PID/task
+    uint64_t user = 0;        ///< field 14, utime
+    uint64_t system = 0;      ///< field 15, stime
+    uint64_t start_time = 0;  ///< field 22, strict reading only: ticks since boot, tells it apart
+                              ///< from another thread that is given the same number
 };
 
 /// One process's CPU time: /proc/PID/stat, running totals in clock ticks.
@@ -86,6 +99,8 @@ struct ProcessCPUInfo {
     int64_t max_cpu_utilization = 0;         ///< peak of the process, whole percent of one core
     int64_t max_thread_cpu_utilization = 0;  ///< peak of its busiest thread, whole percent
     std::map<uint32_t, ThreadCPUInfo> thread_cpu_info;  ///< threads sampled, by tid
+    uint64_t start_time = 0;  ///< field 22, strict reading only: ticks since boot
+    uint64_t sampled_at = 0;  ///< strict reading only: microseconds of CLOCK_MONOTONIC
 };
 
 /// Memory of the machine, from /proc/meminfo.
@@ -133,6 +148,15 @@ struct NetworkInfoResult {
     uint64_t output_packets = 0;                     ///< packets transmitted per second
 };
 
+/// One interface as the latest normal pass found it. Strict reading only.
+struct NetworkInterfaceInfo {
+    char nic_name[MONITOR_NAME_LENGTH] = {};
+    uint64_t input_bytes = 0;     ///< received, bytes per second, truncated
+    uint64_t input_packets = 0;   ///< received, packets per second
+    uint64_t output_bytes = 0;    ///< transmitted, bytes per second, truncated
+    uint64_t output_packets = 0;  ///< transmitted, packets per second
+};
+
 /// Names of the registered disks.
 struct DiskNameInfoResult {
     char disk_name[MONITOR_MAX_DISK_NUM][MONITOR_NAME_LENGTH] = {};  ///< in registration order
@@ -141,7 +165,8 @@ struct DiskNameInfoResult {
 
 /// Load of the disk behind one directory.
 struct DiskIOInfoResult {
-    char disk_name[MONITOR_NAME_LENGTH] = {};  ///< disk measured; empty for a RAID array
+    char disk_name[MONITOR_NAME_LENGTH] = {};  ///< disk measured; for a RAID array empty, in the
+                                               ///< strict reading its own name
     uint32_t disk_io_rate = 0;  ///< percent of the interval with I/O in flight, 0 to 100; on a
                                 ///< device with many queues 100 does not mean saturated
     uint32_t disk_iops = 0;     ///< reads plus writes completed per second
@@ -496,6 +521,72 @@ public:
     ///         and 0, or the total that GetDiskSize left.
     int32_t GetDiskMonitorInfo(DiskInfoResult* disk_info_result, const char* file_path,
                                LogCategory* log_handle);
+
+    // ---- The strict reading, and what goes beyond the cycles: all of it opt-in ----
+    //
+    // With the strict reading every operation above keeps its arguments, its order of checks and
+    // the meaning of its statuses; what is different:
+    //
+    // Cores: those that come or go fail no pass and touch no peak: the sum is over the cores that
+    // the baseline and the sample both hold. Steal is part of the total. A column that steps back
+    // (the kernel's idle and iowait do) counts as no time in it, and no core is above 100. An
+    // unknown core is COMMON_ERR_INVALID_ARGUMENTS and discovers nothing.
+    //
+    // Processes: names may hold anything. Time is the clock's, not the machine's ticks, so one pass
+    // primes and the second measures. A pid that is another process by its start time is primed
+    // anew, and its figures until the next pass are the old one's no longer but
+    // COMMON_ERR_INVALID_ARGUMENTS; a thread likewise. No figure is negative. A process none of
+    // whose threads could be measured has no busiest thread: COMMON_ERR_INVALID_ARGUMENTS. In
+    // CalcProcessCPUInfoForTinyCycle the samples' `sampled_at` tells the time; the machine's sample
+    // only has to be there.
+    //
+    // Memory: a missing Buffers, Cached or Shmem line is 0; figures that do not fit each other
+    // (more free than there is) are COMMON_ERR_INVALID_ARGUMENTS.
+    //
+    // Network: measured are the interfaces named with SetNetworkInterfaces, without any all but
+    // "lo". A new one, or one whose counters fell, gives its first figure in the pass after; one
+    // that goes takes only its own figures with it. A pass that could measure none fails:
+    // COMMON_ERR_INVALID_ARGUMENTS when there is none in the file,
+    // COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE when all are new. The tiny cycles measure the first
+    // interface named, and without any the busiest of each direction; a failed pass empties their
+    // result. A process's namespace may hold other interfaces in any order; the first pass over
+    // another pid's only takes its samples.
+    //
+    // Disks: a directory's device is its device number (stat), and where that names no device, as
+    // on btrfs, the source of its mount in /proc/self/mountinfo. It is measured by the line of
+    // /proc/diskstats with that number, a partition by its whole disk (/sys/dev/block), an array
+    // by its busiest member (/proc/mdstat, whatever its level and state), and so is an NVMe disk
+    // of several paths. SetDiskInfo registers every directory that it can and returns the first
+    // failure; one without a block device is registered without one, and asking for its name or
+    // its load is COMMON_ERR_NO_BLOCK_DEVICE. Registering again looks anew. Measuring reads
+    // /proc/diskstats once a call and never touches a directory that is spelled as it was
+    // registered, so that a dead mount cannot hold it up. A counter that fell is
+    // COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE in that pass.
+
+    /// Chooses the reading for every operation from now on, and discovers anew: all samples,
+    /// results, peaks and registered directories of the other reading are dropped. Call it once, at
+    /// start.
+    /// @return 0, or the status of the discovery of interfaces or cores that failed; the reading is
+    ///         chosen all the same.
+    int32_t SetStrictReading(bool strict, LogCategory* log_handle);
+
+    /// Names the interfaces that the strict reading measures, the first one for the tiny cycles
+    /// too, and discovers them anew. Null or 0 names none: all but "lo". Null and empty entries are
+    /// skipped. The compatible reading remembers the names and does nothing else.
+    /// @return 0, or the status of a discovery that failed.
+    int32_t SetNetworkInterfaces(const char** nic_name, uint32_t nic_name_num,
+                                 LogCategory* log_handle);
+
+    /// Every interface that the latest CalcNetworkMonitorInfo measured, in the order of
+    /// /proc/net/dev; none when it failed. Strict reading only. Reads no file.
+    /// @return 0, or COMMON_ERR_INVALID_ARGUMENTS (vector emptied) with the compatible reading.
+    int32_t GetNetworkInterfaceInfo(std::vector<NetworkInterfaceInfo>& network_interface_infos,
+                                    LogCategory* log_handle);
+
+    /// Every core that the latest CalcCPUMonitorInfo with `refresh` measured, in the order of
+    /// /proc/stat, each with its latest figure; one asked for by name since then with its peak.
+    /// Both readings. Reads no file. Always 0, logs nothing.
+    int32_t GetCPUCoreInfo(std::vector<CPUCoreInfo>& cpu_core_infos, LogCategory* log_handle);
 
 private:
     friend struct MonitorPhysicalUtilTestPeer;

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include "monitor_physical_util.h"
 #include "monitor_physical_util_internal.h"
@@ -133,6 +133,28 @@ int32_t CopyResult(NetworkInfoResult* destination, const NetworkInfoResult& sour
     return 0;
 }
 
+/// Empties a list of names; unless it is released, an allocation that fails brings them back: an
+/// empty list would never be discovered anew, the old one lets the next pass try again.
+class NameListKeeper {
+public:
+    explicit NameListKeeper(std::vector<std::string>& names) : m_names(names) {
+        m_previous.swap(names);
+    }
+    NameListKeeper(const NameListKeeper&) = delete;
+    NameListKeeper& operator=(const NameListKeeper&) = delete;
+    ~NameListKeeper() {
+        if (!m_released) {
+            m_names.swap(m_previous);
+        }
+    }
+    void Release() { m_released = true; }
+
+private:
+    std::vector<std::string>& m_names;
+    std::vector<std::string> m_previous;
+    bool m_released = false;
+};
+
 void ClearPeaks(std::map<std::string, NetworkInfo>& network_infos) {
     for (auto& [nic_name, network_info] : network_infos) {
         network_info.max_network_input_bytes_mb = 0;
@@ -191,17 +213,12 @@ const char* ParseNetworkName(const char* line, char (&nic_name)[MONITOR_NAME_LEN
 
 int32_t CMonitorPhysicalUtil::InitDefaultNetWorkInfo(LogCategory* log_handle) {
     // The stored samples stay: those of interfaces found now are overwritten.
-    std::vector<std::string> previous_nic_name;
-    previous_nic_name.swap(m_network_nic_name);
-    try {
-        return DiscoverLines(NET_DEV_PATH, m_network_nic_name, MAX_NIC_NUM,
-                             "maybe deadloop, m_network_nic_name.size=%zd",
-                             &CMonitorPhysicalUtil::StoreFirstNetworkInfo, log_handle);
-    } catch (...) {
-        // An empty list would never be discovered anew; the old one lets the next pass try again.
-        m_network_nic_name.swap(previous_nic_name);
-        throw;
-    }
+    NameListKeeper keeper(m_network_nic_name);
+    const int32_t ret = DiscoverLines(NET_DEV_PATH, m_network_nic_name, MAX_NIC_NUM,
+                                      "maybe deadloop, m_network_nic_name.size=%zd",
+                                      &CMonitorPhysicalUtil::StoreFirstNetworkInfo, log_handle);
+    keeper.Release();
+    return ret;
 }
 
 int32_t CMonitorPhysicalUtil::StoreFirstNetworkInfo(const std::string& line,

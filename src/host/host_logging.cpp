@@ -81,16 +81,17 @@ bool LogPriorityFromName(const std::string& name, int32_t& priority) {
 HostLogCategory::HostLogCategory(int32_t least_urgent) {
     SetPriority(least_urgent);
     piPriorityLow = &m_least_urgent;
+    piPriorityHigh = &m_most_urgent;
 }
 
 void HostLogCategory::SetPriority(int32_t least_urgent) {
     m_least_urgent = least_urgent;
-    m_off = least_urgent < 0;  // to the monitor, a threshold of -1 is none at all
+    // To the monitor, a least urgent priority of -1 is no threshold: the other one keeps all out.
+    m_most_urgent = least_urgent < 0 ? INT32_MAX : INT32_MIN;
 }
 
-bool CategoryCanWrite(LogCategory* category, int32_t /*priority*/) {
-    const auto* const host_category = static_cast<const HostLogCategory*>(category);
-    return !host_category->IsOff();
+bool CategoryCanWrite(LogCategory* /*category*/, int32_t /*priority*/) {
+    return true;  // the thresholds have decided
 }
 
 void CategoryLogV(LogCategory* /*category*/, int32_t priority, const char* file, int32_t line,

@@ -29,10 +29,7 @@ public:
     /// Changes what is written from now on; see the constructor.
     void SetPriority(int32_t least_urgent);
 
-    /// Whether nothing is written.
-    bool IsOff() const { return m_off; }
-
 private:
     int32_t m_least_urgent = -1;
-    bool m_off = true;
+    int32_t m_most_urgent = INT32_MAX;
 };
