@@ -42,4 +42,4 @@ build_preset() {
 }
 
 BUILD_PACKAGES=(g++ cmake ninja-build libspdlog-dev libcli11-dev nlohmann-json3-dev
-    prometheus-cpp-dev libncurses-dev)
+    prometheus-cpp-dev libncurses-dev libutf8proc-dev)

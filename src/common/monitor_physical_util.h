@@ -29,6 +29,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -43,6 +44,8 @@ int32_t GetDiskSize(uint64_t& total, uint64_t& free, const char* file_path,
                     LogCategory* log_handle);
 
 namespace CorvaneCommon {
+
+struct ProcessCPUFigures;  // internal
 
 constexpr size_t MONITOR_NAME_LENGTH = 128;   ///< every name and path in a record, NUL included
 constexpr size_t MONITOR_MAX_DISK_NUM = 128;  ///< rows of the table of registered disks
@@ -535,7 +538,8 @@ public:
     // Processes: names may hold anything. Time is the clock's, not the machine's ticks, so one pass
     // primes and the second measures. A pid that is another process by its start time is primed
     // anew, and its figures until the next pass are the old one's no longer but
-    // COMMON_ERR_INVALID_ARGUMENTS; a thread likewise. No figure is negative. A process none of
+    // COMMON_ERR_INVALID_ARGUMENTS; a thread likewise. A pass within 50 ms of the one before
+    // changes nothing: the kernel counts in ticks of 10. No figure is negative. A process none of
     // whose threads could be measured has no busiest thread: COMMON_ERR_INVALID_ARGUMENTS. In
     // CalcProcessCPUInfoForTinyCycle the samples' `sampled_at` tells the time; the machine's sample
     // only has to be there.
@@ -583,9 +587,10 @@ public:
     int32_t GetNetworkInterfaceInfo(std::vector<NetworkInterfaceInfo>& network_interface_infos,
                                     LogCategory* log_handle);
 
-    /// Every core that the latest CalcCPUMonitorInfo with `refresh` measured, in the order of
-    /// /proc/stat, each with its latest figure; one asked for by name since then with its peak.
-    /// Both readings. Reads no file. Always 0, logs nothing.
+    /// Every core that the latest CalcCPUMonitorInfo measured, in the order of /proc/stat, each
+    /// with that pass's figure, no peak; none when it could not read the file. Strict reading only.
+    /// Reads no file.
+    /// @return 0, or COMMON_ERR_INVALID_ARGUMENTS (vector emptied) with the compatible reading.
     int32_t GetCPUCoreInfo(std::vector<CPUCoreInfo>& cpu_core_infos, LogCategory* log_handle);
 
 private:
@@ -601,6 +606,11 @@ private:
         std::map<uint32_t, ProcessCPUInfo>& process_cpu_info;
     };
 
+    /// What the reading that SetStrictReading chose does in its own way.
+    struct Reading;
+    static const Reading COMPATIBLE_READING;
+    static const Reading STRICT_READING;
+
     /// What differs between the three walks over an interface table.
     struct NetworkCycle {
         using Calc = int32_t (CMonitorPhysicalUtil::*)(NetworkInfoResult*, NetworkInfo*,
@@ -612,6 +622,26 @@ private:
         Calc calc;                  ///< rates of one interface
         Store store;                ///< how they enter `network_info_result`
         NetworkInfoResult& network_info_result;
+
+        // Strict reading
+        std::map<std::string, NetworkInfo>& old_network_info;
+        std::vector<std::string>& nic_names;  ///< interfaces of the table as it is now
+        std::vector<NetworkInterfaceInfo>* network_interface_infos;  ///< null: a tiny cycle
+    };
+
+    /// What a directory registered with the strict reading is measured by.
+    struct DiskTarget {
+        std::string disk_name;           ///< its device; empty: it has none
+        std::string file_system;         ///< the mount's type, for a directory without a device
+        std::vector<std::string> lines;  ///< names in /proc/diskstats: one, or an array's members
+    };
+
+    /// A line of /proc/diskstats in the latest call that measured it.
+    struct DiskLineFigures {
+        uint64_t pass = 0;  ///< number of that call
+        int32_t status = 0;
+        uint32_t disk_io_rate = 0;
+        uint32_t disk_iops = 0;
     };
 
     CMonitorPhysicalUtil();
@@ -639,6 +669,11 @@ private:
     static void CloseFd(FILE* fd);
     static void ClosePipeFd(FILE* fd);
 
+    // Readings
+    std::vector<char>* WholeText();
+    void DropInterfaces();
+    void DropAll();
+
     // CPU
     int32_t InitDefaultCPUInfo(LogCategory* log_handle);
     int32_t StoreFirstCPUInfo(const std::string& line, LogCategory* log_handle);
@@ -648,9 +683,16 @@ private:
     int32_t CalcCPUInfo(uint32_t& cpu_utilization, const char* cpu_core_name,
                         std::map<std::string, CPUInfo>& old_cpu_infos, CPUInfo* now_cpu_info,
                         bool refresh, bool refresh_max_value, LogCategory* log_handle);
-    int32_t CalcAllCPUInfo(uint32_t& machine_figure, bool keep_peak,
+    int32_t CalcKnownCores(uint32_t& machine_figure, bool keep_peak,
                            std::map<std::string, CPUInfo>& old_cpu_infos, bool refresh,
                            LogCategory* log_handle);
+    int32_t CalcListedCores(uint32_t& machine_figure, bool keep_peak,
+                            std::map<std::string, CPUInfo>& old_cpu_infos, bool refresh,
+                            LogCategory* log_handle);
+    int32_t SampleListedCores(std::vector<CPUCoreInfo>& measured,
+                              std::map<std::string, CPUInfo>& old_cpu_infos, bool refresh,
+                              LogCategory* log_handle);
+    int32_t DiscoverListedCores(LogCategory* log_handle);
     int32_t ReinitCPUInfo(LogCategory* log_handle);
 
     // Process CPU
@@ -662,12 +704,22 @@ private:
                                int32_t& max_thread_cpu_utilization, CPUInfo* now_cpu_info,
                                ProcessCPUInfo* now_process_cpu_info, uint32_t pid, bool refresh,
                                bool cal_max_thread_cpu, LogCategory* log_handle);
-    int32_t CalcProcessCPUSinceBaselines(int32_t& process_cpu_utilization,
-                                         int32_t& max_thread_cpu_utilization, bool& primed,
+    int32_t CalcProcessCPUSinceBaselines(ProcessCPUFigures& figures,
                                          const ProcessCPUBaselines& baselines,
                                          CPUInfo* now_cpu_info,
                                          ProcessCPUInfo* now_process_cpu_info, uint32_t pid,
                                          bool cal_max_thread_cpu, LogCategory* log_handle);
+    int32_t CalcProcessCPUPeaks(ProcessCPUFigures& figures, CPUInfo* now_cpu_info,
+                                ProcessCPUInfo* now_process_cpu_info, uint32_t pid, bool refresh,
+                                bool cal_max_thread_cpu, LogCategory* log_handle);
+    ProcessCPUFigures CalcProcessByMachine(const ProcessCPUBaselines& baselines,
+                                           CPUInfo& now_cpu_info,
+                                           ProcessCPUInfo& now_process_cpu_info, uint32_t pid,
+                                           bool cal_max_thread_cpu);
+    ProcessCPUFigures CalcProcessByClock(const ProcessCPUBaselines& baselines,
+                                         CPUInfo& now_cpu_info,
+                                         ProcessCPUInfo& now_process_cpu_info, uint32_t pid,
+                                         bool cal_max_thread_cpu);
     int32_t GetProcessAndMachineCPUInfo(ProcessCPUInfo* now_process_cpu_info, CPUInfo* now_cpu_info,
                                         uint32_t pid, bool get_thread_cpu, LogCategory* log_handle);
 
@@ -686,8 +738,12 @@ private:
     int32_t CalcNetworkInfo(NetworkInfoResult* network_info_result, NetworkInfo* now_network_info,
                             const char* nic_name, uint64_t time_interval, bool refresh,
                             LogCategory* log_handle);
-    int32_t CalcAllNetworkInfo(char* raw_network_info, const NetworkCycle& cycle,
-                               uint64_t time_interval, bool refresh, LogCategory* log_handle);
+    int32_t CalcKnownInterfaces(char* raw_network_info, const NetworkCycle& cycle,
+                                uint64_t time_interval, bool refresh, LogCategory* log_handle);
+    int32_t CalcListedInterfaces(char* raw_network_info, const NetworkCycle& cycle,
+                                 uint64_t time_interval, bool refresh, LogCategory* log_handle);
+    int32_t DiscoverListedInterfaces(LogCategory* log_handle);
+    bool IsNicWanted(const char* nic_name) const;
     int32_t CalcHostNetworkInfo(const NetworkCycle& cycle, uint64_t time_interval, bool refresh,
                                 LogCategory* log_handle);
 
@@ -712,6 +768,37 @@ private:
     int32_t CalcDiskIOOfRealPath(const char* file_path, const char* real_file_path,
                                  uint64_t time_interval, bool refresh,
                                  DiskIOResultMap* measured_disks, LogCategory* log_handle);
+    int32_t SetDisksByName(const char** file_path, uint32_t file_path_num, LogCategory* log_handle);
+    int32_t GetDiskNameByMount(char* disk_name, uint32_t disk_name_length, const char* file_path,
+                               LogCategory* log_handle);
+    int32_t CalcDiskByName(const char* file_path, uint64_t time_interval, bool refresh,
+                           LogCategory* log_handle);
+    int32_t CalcDisksByName(const std::vector<const char*>& file_paths, uint64_t time_interval,
+                            bool refresh, LogCategory* log_handle);
+
+    // Disks by device number
+    int32_t SetDisksByNumber(const char** file_path, uint32_t file_path_num,
+                             LogCategory* log_handle);
+    void SetMembersOfArrays();
+    int32_t FindDirectoryDevice(const char* file_path, uint64_t& device_number,
+                                std::string& file_system, LogCategory* log_handle);
+    int32_t SetDiskTarget(const char* file_path, uint64_t device_number, std::string file_system,
+                          char* proc_diskstats, LogCategory* log_handle);
+    int32_t SetFirstSamples(const DiskTarget& target, char* proc_diskstats,
+                            LogCategory* log_handle);
+    void ListDisk(const char* disk_name, LogCategory* log_handle);
+    const DiskTarget* FindDiskTarget(const char* file_path, LogCategory* log_handle);
+    int32_t GetDiskNameOfTarget(char* disk_name, uint32_t disk_name_length, const char* file_path,
+                                LogCategory* log_handle);
+    int32_t CalcDiskByNumber(const char* file_path, uint64_t time_interval, bool refresh,
+                             LogCategory* log_handle);
+    int32_t CalcDisksByNumber(const std::vector<const char*>& file_paths, uint64_t time_interval,
+                              bool refresh, LogCategory* log_handle);
+    int32_t CalcDiskTarget(char* proc_diskstats, const char* file_path, uint64_t time_interval,
+                           bool refresh, LogCategory* log_handle);
+    const DiskLineFigures& CalcDiskLine(char* proc_diskstats, const std::string& line_name,
+                                        uint64_t time_interval, bool refresh,
+                                        LogCategory* log_handle);
 
     // The declaration order is the order of construction.
     std::vector<std::string> m_network_nic_name;
@@ -740,6 +827,17 @@ private:
     std::map<std::string, DiskIOInfoResult> m_disk_io_result_info;  // key: the path as passed
     std::map<std::string, std::string> m_dir_to_disk_map;  // mount points and paths once resolved
     std::map<std::string, std::vector<std::string>> m_raid_to_disk_map;
+    const Reading* m_reading = &COMPATIBLE_READING;
+    std::vector<CPUCoreInfo> m_cpu_core_info;  // strict reading: measured by the latest pass
+    std::vector<CPUCoreInfo> m_tiny_cycle_cpu_core_info;
+    std::vector<char> m_file_text;                     // strict reading: files that are read whole
+    std::vector<std::string> m_wanted_nic_name;        // named by the host; empty: all but "lo"
+    std::vector<std::string> m_proc_network_nic_name;  // strict reading, of m_proc_network_pid
+    uint32_t m_proc_network_pid = 0;
+    std::vector<NetworkInterfaceInfo> m_network_interface_info;
+    std::map<std::string, DiskTarget, std::less<>> m_disk_target;  // key: the path as passed
+    std::map<std::string, DiskLineFigures> m_disk_line_figures;    // by name of the line
+    uint64_t m_disk_pass = 0;
 };
 
 }  // namespace CorvaneCommon

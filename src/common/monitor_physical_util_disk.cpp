@@ -10,6 +10,7 @@
 #include "monitor_physical_util.h"
 #include "monitor_physical_util_internal.h"
 #include "monitor_physical_util_log.h"
+#include "monitor_physical_util_reading.h"
 #include "monitor_physical_util_text.h"
 
 namespace CorvaneCommon {
@@ -110,6 +111,11 @@ int32_t CMonitorPhysicalUtil::GetDiskNameByFileName(char* disk_name, uint32_t di
         return COMMON_ERR_INVALID_ARGUMENTS;
     }
     disk_name[0] = '\0';
+    return (this->*m_reading->get_disk_name)(disk_name, disk_name_length, file_path, log_handle);
+}
+
+int32_t CMonitorPhysicalUtil::GetDiskNameByMount(char* disk_name, uint32_t disk_name_length,
+                                                 const char* file_path, LogCategory* log_handle) {
     char real_file_path[MONITOR_NAME_LENGTH] = {};
     const int32_t ret =
         GetRealFilePath(real_file_path, sizeof(real_file_path), file_path, log_handle);
@@ -141,6 +147,11 @@ int32_t CMonitorPhysicalUtil::SetDiskInfo(const char** file_path, uint32_t file_
                     static_cast<const void*>(file_path), file_path_num);
         return COMMON_ERR_INVALID_ARGUMENTS;
     }
+    return (this->*m_reading->set_disks)(file_path, file_path_num, log_handle);
+}
+
+int32_t CMonitorPhysicalUtil::SetDisksByName(const char** file_path, uint32_t file_path_num,
+                                             LogCategory* log_handle) {
     int32_t ret = SetDefaultDirMapToDisk(log_handle);
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "SetDefaultDirMapToDisk failed, ret: %d.", ret);
@@ -276,14 +287,18 @@ int32_t CMonitorPhysicalUtil::SetDiskIOStatInfo(const char* proc_diskstats, cons
         return COMMON_ERR_LINUX_SYSTEM_CALL_FAIL;
     }
     m_old_disk_io_info[disk_name] = disk_io_info;
+    ListDisk(disk_name, log_handle);
+    return 0;
+}
+
+void CMonitorPhysicalUtil::ListDisk(const char* disk_name, LogCategory* log_handle) {
     if (m_total_disk_num >= static_cast<int32_t>(MONITOR_MAX_DISK_NUM)) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "m_disk_name is full, disk_name: %s.",
                     disk_name);
-        return 0;  // measured all the same, but not listed
+        return;  // measured all the same, but not listed
     }
     CopyName(m_disk_name[m_total_disk_num], disk_name);
     ++m_total_disk_num;
-    return 0;
 }
 
 int32_t CMonitorPhysicalUtil::GetDiskMonitorInfo(DiskInfoResult* disk_info_result,

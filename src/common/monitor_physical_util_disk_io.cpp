@@ -7,6 +7,7 @@
 #include "monitor_physical_util.h"
 #include "monitor_physical_util_internal.h"
 #include "monitor_physical_util_log.h"
+#include "monitor_physical_util_reading.h"
 #include "monitor_physical_util_text.h"
 
 namespace CorvaneCommon {
@@ -293,6 +294,11 @@ int32_t CMonitorPhysicalUtil::CalcDiskIOMonitorInfo(const char* file_path, uint6
                     static_cast<const void*>(file_path), time_interval);
         return COMMON_ERR_INVALID_ARGUMENTS;
     }
+    return (this->*m_reading->calc_disk)(file_path, time_interval, refresh, log_handle);
+}
+
+int32_t CMonitorPhysicalUtil::CalcDiskByName(const char* file_path, uint64_t time_interval,
+                                             bool refresh, LogCategory* log_handle) {
     char real_file_path[MONITOR_NAME_LENGTH] = {};
     const int32_t ret =
         GetRealFilePath(real_file_path, sizeof(real_file_path), file_path, log_handle);
@@ -312,8 +318,14 @@ int32_t CMonitorPhysicalUtil::CalcDiskIOMonitorInfo(const std::vector<const char
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "time_interval: %lu.", time_interval);
         return COMMON_ERR_INVALID_ARGUMENTS;
     }
+    return (this->*m_reading->calc_disks)(vec_file_path, time_interval, refresh, log_handle);
+}
+
+int32_t CMonitorPhysicalUtil::CalcDisksByName(const std::vector<const char*>& file_paths,
+                                              uint64_t time_interval, bool refresh,
+                                              LogCategory* log_handle) {
     DiskIOResultMap measured_disks;
-    for (const char* const file_path : vec_file_path) {
+    for (const char* const file_path : file_paths) {
         if (IsEmpty(file_path)) {
             continue;
         }

@@ -74,10 +74,12 @@ void DirectoryCollector::MeasureTogether(Clock::time_point now) {
         m_since = now;
     }
     for (Directory& directory : m_directories) {
-        if (directory.disk.empty()) {
+        if (!directory.registered) {
             continue;
         }
-        if (status == 0) {
+        if (directory.disk.empty()) {
+            directory.io.Absent(NO_DISK);
+        } else if (status == 0) {
             Keep(directory, elapsed);
         } else {
             directory.io.Failed(WhyNothingCameOf(TABLE, "cannot parse /proc/diskstats"));
@@ -222,12 +224,8 @@ void DirectoryCollector::TakeSpace(DirectoryFigures& figures, const PathAnswer& 
 void DirectoryCollector::Note(const DirectoryFigures& figures, const Directory& directory,
                               std::vector<std::string>& notes) const {
     const std::string start = "directory " + figures.directory + ": ";
-    if (!directory.answer) {
-        notes.push_back(start + "does not answer");
-        return;
-    }
     if (!figures.io.HasFigures() && figures.io.reason != NEW_DISK) {
-        notes.push_back(start + figures.io.reason);
+        notes.push_back(start + WithoutDuration(figures.io.reason));
     }
     if (!figures.space.HasFigures() && figures.space.reason != figures.io.reason) {
         notes.push_back(start + figures.space.reason);

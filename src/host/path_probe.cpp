@@ -17,6 +17,7 @@ namespace corvane {
 namespace {
 
 constexpr size_t SHORT_TEXT = 4096;
+constexpr const char* SINCE = " since ";
 
 }  // namespace
 
@@ -40,6 +41,10 @@ PathAnswer AskText(const std::string& path) {
     PathAnswer answer;
     answer.text = ReadWholeFile(path, &answer.trouble, SHORT_TEXT);
     return answer;
+}
+
+std::string WithoutDuration(const std::string& reason) {
+    return reason.substr(0, reason.rfind(SINCE));
 }
 
 struct PathProbe::State {
@@ -137,7 +142,8 @@ std::optional<PathAnswer> PathProbe::Take(std::chrono::steady_clock::time_point 
 }
 
 std::string PathProbe::Silence(Clock::time_point now) const {
-    return "does not answer since " + std::to_string(ElapsedSeconds(m_asked_at, now)) + " s";
+    return std::string("does not answer") + SINCE +
+           std::to_string(ElapsedSeconds(m_asked_at, now)) + " s";
 }
 
 }  // namespace corvane

@@ -28,6 +28,9 @@ PathAnswer AskSpace(const std::string& path);
 /// The beginning of a file, up to 4 KiB.
 PathAnswer AskText(const std::string& path);
 
+/// A reason without how long it has held, for a note that stays the same meanwhile.
+std::string WithoutDuration(const std::string& reason);
+
 /// One path and one question. The thread starts with the first question and waits for the next.
 class PathProbe {
 public:

@@ -153,7 +153,8 @@ std::vector<ProcessFigures> ProcessCollector::Take(std::vector<std::string>& not
             NoteThreads(figures, notes);
         }
         if (!figures.cpu.HasFigures() && figures.cpu.reason != NEW_PROCESS) {
-            notes.push_back("process " + figures.target + ": " + figures.cpu.reason);
+            notes.push_back("process " + figures.target + ": " +
+                            WithoutDuration(figures.cpu.reason));
         }
         all.push_back(std::move(figures));
     }
