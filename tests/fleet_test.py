@@ -56,7 +56,8 @@ class FleetTest(unittest.TestCase):
         (cls.folder / "targets.yml").write_text(json.dumps([{"targets": targets}]))
         cls.one = {"instance": targets[0], "process": pid, "directory": str(odd)}
         cls.server = cls.start(r'Listening on" address=(\S+).*Server is ready', "prometheus",
-                               "--config.file=scrape.yml", "--web.listen-address=127.0.0.1:0")
+                               "--storage.tsdb.path=data", "--config.file=scrape.yml",
+                               "--web.listen-address=127.0.0.1:0")
 
     def ask(self, what, **parameters):
         connection = http.client.HTTPConnection(self.server, timeout=10)
@@ -83,10 +84,10 @@ class FleetTest(unittest.TestCase):
                 definition = re.fullmatch(r"label_values\((.*), (\w+)\)", variable["definition"])
                 series, label = fill(definition[1], every), definition[2]
                 self.check_answered(series)
-                values = self.ask(f"label/{label}/values", **{"match[]": series})
-                value = self.one[label] if self.one.get(label) in values else values[0]
+                value = self.one.get(label)
+                value = value or self.ask(f"label/{label}/values", **{"match[]": series})[0]
                 every[label] = variable.get("allValue", value)
-                one[label] = value  # where several can be chosen, as Grafana puts them into =~ "..."
+                one[label] = value  # and one of several as Grafana puts it into =~ "..."
                 if "multi" in variable:
                     one[label] = re.sub(r"[$^*{}\[\]'+?.()|]", r"\\\\\g<0>", value)
             self.check_answered(*[fill(node["expr"], values) for node in nodes if "expr" in node
