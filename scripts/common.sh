@@ -42,4 +42,5 @@ build_preset() {
 }
 
 BUILD_PACKAGES=(g++ cmake ninja-build libspdlog-dev libcli11-dev nlohmann-json3-dev
-    prometheus-cpp-dev libncurses-dev)
+    prometheus-cpp-dev libncurses-dev libmicrohttpd-dev libgnutls28-dev libcrypt-dev zlib1g-dev
+    pkg-config libjs-dygraphs)

@@ -23,16 +23,17 @@ namespace {
 using namespace corvane;
 using namespace corvane::program;
 
-/// Where reports go: a screen, a metrics server, or lines on standard output.
+/// Where reports go: a screen, a web server, or lines on standard output.
 class Outputs {
 public:
     explicit Outputs(const Options& options)
         : m_format(options.format),
           m_colour(isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr) {
-        if (!options.listen_address.empty()) {
-            m_server = std::make_unique<WebServer>(options.listen_address);
-            fprintf(stderr, "corvane-monitor: metrics on http://%s/metrics\n",
-                    m_server->Address().c_str());
+        if (options.web) {
+            m_server = std::make_unique<WebServer>(*options.web);
+            PrintNotes(m_server->Notes());
+            fprintf(stderr, "corvane-monitor: page on %s/, metrics on %s/metrics\n",
+                    m_server->Url().c_str(), m_server->Url().c_str());
         } else if (options.watch) {
             m_view = std::make_unique<LiveView>();
         }

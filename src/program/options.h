@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "monitor_loop.h"
+#include "web_server.h"
 
 namespace corvane::program {
 
@@ -17,7 +18,7 @@ struct Options {
     std::optional<uint64_t> count;  ///< reports at most; empty: until stopped
     OutputFormat format = OutputFormat::Table;
     bool watch = false;
-    std::string listen_address;  ///< empty: no metrics server
+    std::optional<WebSettings> web;  ///< empty: no web server
     int32_t log_priority = -1;   ///< least urgent priority logged; -1: none
 };
 
