@@ -72,9 +72,11 @@ public:
         : m_log(log),
           m_format(options.format),
           m_colour(isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr) {
-        if (!options.listen_address.empty()) {
-            m_server = std::make_unique<WebServer>(options.listen_address);
-            PrintNote("metrics on http://" + m_server->Address() + "/metrics");
+        if (options.web) {
+            m_server = std::make_unique<WebServer>(*options.web);
+            m_notes.Print(m_server->Notes());
+            PrintNote("page on " + m_server->Url() + "/, metrics on " + m_server->Url() +
+                      "/metrics");
         } else if (options.watch) {
             m_view = std::make_unique<LiveView>();
             m_log.Redirect([this](const std::string& line) { m_view->AddLogLine(line); });
