@@ -126,10 +126,10 @@ TEST(Records, StartAtZeroAndLoseTheLastCharacterOfANameThatNeverEnds) {
     EXPECT_EQ(StrayAndLostBytes<NetworkInfo>(), std::pair(0UL, 1UL));
     EXPECT_EQ(StrayAndLostBytes<NetworkInfoResult>(), std::pair(0UL, 2UL));
     const size_t of_others =
-        StrayAndLostBytes<CPUInfoResult>().first + StrayAndLostBytes<ThreadCPUInfo>().first +
-        StrayAndLostBytes<MemoryInfo>().first + StrayAndLostBytes<ProcessMemoryInfo>().first +
-        StrayAndLostBytes<DiskIOInfo>().first + StrayAndLostBytes<DiskIOInfoResult>().first +
-        StrayAndLostBytes<DiskInfoResult>().first + StrayAndLostBytes<DiskNameInfoResult>().first;
+        StrayAndLostBytes<CPUInfoResult>().first + StrayAndLostBytes<MemoryInfo>().first +
+        StrayAndLostBytes<ProcessMemoryInfo>().first + StrayAndLostBytes<DiskIOInfo>().first +
+        StrayAndLostBytes<DiskIOInfoResult>().first + StrayAndLostBytes<DiskInfoResult>().first +
+        StrayAndLostBytes<DiskNameInfoResult>().first;
     EXPECT_EQ(of_others, 0U);
 }
 

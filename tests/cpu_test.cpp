@@ -38,7 +38,7 @@ TEST_F(Cpu, BusyShareIsRoundedUp) {
                   // Counters that fall wrap: more busy than elapsed, a product beyond 64 bits, a
                   // quotient beyond 63 bits.
                   {Text("cpu0 1026 2 3 995 200 4 5\n"), "tiny cpu 1 200"},
-                  {Text("cpu0 1025 2 3 1096 200 4 5\n"), "tiny cpu 1 1214078976"},
+                  {Text("cpu0 1025 2 3 1096 200 4 5\n"), "tiny cpu 1 4123168608"},
                   {Text("cpu0 1024 2 3 1098 200 4 5\n"), "tiny cpu 1 0"}});
 }
 

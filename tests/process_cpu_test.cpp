@@ -189,7 +189,7 @@ TEST_F(ProcessCpu, PrimesTwiceThenKeepsPeaksOrTheAverage) {
         inside->cpu_core_name = {"cpu0", "cpu1", "cpu2", "cpu3"};
         SEE(0);
     }
-    Replay(pass, {{At(3200, 531, 325), "process 20 10; tiny process 56 38"}});
+    Replay(pass, {{At(3200, 531, 325), "process 20 10; tiny process 48 33"}});
 }
 
 TEST_F(ProcessCpu, TheTinyCycleOnTheCallersSamples) {
