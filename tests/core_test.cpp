@@ -16,14 +16,14 @@ using namespace std::string_literals;
 using Helpers = HostTest;
 
 TEST_F(Helpers, TheInstanceIsOneAndDiscoversOnce) {
-    Boot(Stat("cpu0 1 1"), KernelFiles{{"/proc/17/stat", ""}});
+    Boot(Stat("cpu0 1 1"), KernelFiles{{"/proc/1/stat", ""}});
     kernel.ResetCounts();
     auto* const first = CMonitorPhysicalUtil::GetInstance();
     EXPECT_EQ(CMonitorPhysicalUtil::GetInstance(), first);
     EXPECT_EQ(kernel.Count(KernelCall::Open), 2);
     EXPECT_STREQ(first->GetDefaultDiskFilePath(), "/");
     EXPECT_EQ(first->GetCPUCoreNum(), static_cast<uint32_t>(sysconf(_SC_NPROCESSORS_ONLN)));
-    EXPECT_TRUE(m->IsFileExist("/proc/17") && m->IsPIDValid(17, log));
+    EXPECT_TRUE(m->IsFileExist("/proc/1") && m->IsPIDValid(1, log));
     EXPECT_FALSE(m->IsFileExist("/proc/18") || m->IsFileExist(nullptr));
     EXPECT_FALSE(m->IsPIDValid(0, log) || m->IsPIDValid(UINT32_MAX, log));
     EXPECT_TRUE(records.Take().empty());

@@ -84,11 +84,11 @@ KernelFiles FilesAt(uint64_t t, bool unplugged = false) {
             {"/etc/mtab", "/dev/md0 /srv ext4 rw 0 0\n/dev/sda1 / ext4 rw 0 0\n"},
             {"/data/x", ""},
             {"/srv/files/deep/x", ""},
-            {"/proc/17/stat", ProcessStatText(PID, "server", 30 * t, 3 * t)},
-            {"/proc/17/status", "VmSize:\t4096 kB\nVmRSS:\t2048 kB\n"},
-            {"/proc/17/net/dev", nics},
-            {"/proc/17/task/17/stat", ProcessStatText(PID, "server", 5 * t, t)},
-            {"/proc/17/task/18/stat", ProcessStatText(PID, "worker", 25 * t, 2 * t)}};
+            {"/proc/1/stat", ProcessStatText(PID, "server", 30 * t, 3 * t)},
+            {"/proc/1/status", "VmSize:\t4096 kB\nVmRSS:\t2048 kB\n"},
+            {"/proc/1/net/dev", nics},
+            {"/proc/1/task/17/stat", ProcessStatText(PID, "server", 5 * t, t)},
+            {"/proc/1/task/18/stat", ProcessStatText(PID, "worker", 25 * t, 2 * t)}};
 }
 
 /// Fails when a read does; meets a monitor that knows no disk yet; reads what other figures do not

@@ -55,9 +55,9 @@ TEST_F(Memory, OfTheMachine) {
 TEST_F(Memory, OfAProcess) {
     const std::string size = "VmSize:\t  204800 kB";
     const std::string wrong = "WRONG; " + size + " Can not find ";
-    const std::string sscanf_failed = "FAILED; sscanf failed, file: /proc/17/status, buf: ";
+    const std::string sscanf_failed = "FAILED; sscanf failed, file: /proc/1/status, buf: ";
     const auto status = [](const std::string& text) {
-        return KernelFiles{{"/proc/17/status", text}};
+        return KernelFiles{{"/proc/1/status", text}};
     };
     Boot();
     Replay([&] { return inside->GetProcessMemoryInfo(&out.process_memory, PID, log); },
@@ -71,8 +71,8 @@ TEST_F(Memory, OfAProcess) {
             {status("Name:\tVmSize 7168\n" + size + "\nVmRSS: 3072\n"), "process memory 3 7"}});
     kernel.Fail(KernelCall::Open, 1, ESRCH);  // it ended since it was looked for
     EXPECT_EQ(SEE(m->GetProcessMemoryMonitorInfo(&out.process_memory, PID, log)),
-              "FAILED; fopen /proc/17/status failed, error_msg: No such process.; ReadFromFile "
-              "failed, file: /proc/17/status.; GetProcessMemoryInfo failed, ret: -3353.; process "
+              "FAILED; fopen /proc/1/status failed, error_msg: No such process.; ReadFromFile "
+              "failed, file: /proc/1/status.; GetProcessMemoryInfo failed, ret: -3353.; process "
               "memory 0 0");
 }
 

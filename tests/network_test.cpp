@@ -10,7 +10,7 @@ using CorvaneCommon::NetworkInfo;
 
 /// The same table for the machine and for the process.
 KernelFiles Tables(const std::string& text) {
-    return {{"/proc/net/dev", text}, {"/proc/17/net/dev", text}};
+    return {{"/proc/net/dev", text}, {"/proc/1/net/dev", text}};
 }
 
 std::string Missing(const std::string& nic) {
@@ -198,14 +198,14 @@ TEST_F(Network, InterfacesComeAndGo) {
 
 TEST_F(Network, AProcessHasABaseOfItsOwnAndTheMachinesNames) {
     Boot(Tables(Nics("eth0 1 1, eth1 100 0")));
-    kernel.Write({{"/proc/17/net/dev", Nics("eth0 1 1, eth1 130 7")},
+    kernel.Write({{"/proc/1/net/dev", Nics("eth0 1 1, eth1 130 7")},
                   {"/proc/18/net/dev", Nics("eth0 1 1, eth1 132 2")}});
     EXPECT_EQ(See(process), "process network 30 7 30 7 eth1 eth1");
     // Another pid goes on from the first one's sample.
     EXPECT_EQ(SEE(m->CalcProcessNetworkMonitorInfoForTinyCycle(18, 1, true, log)),
               "process network 2 0 2 0 eth1 eth1");
     // A namespace without the machine's interfaces fails each time; its names are never adopted.
-    kernel.Write("/proc/17/net/dev", Nics("eth1 500 500"));
+    kernel.Write("/proc/1/net/dev", Nics("eth1 500 500"));
     Replay(process, {{{}, Missing("eth0")}, {{}, Missing("eth0")}});
     EXPECT_EQ(Names(), "eth0 eth1 ");
 }
@@ -222,8 +222,8 @@ TEST_F(Network, CyclesThatCannotMeasureSayWhy) {
     for (const auto& [cycle, unread] :
          {std::pair(normal, host),
           {tiny, host},
-          {process, "FAILED; fopen /proc/17/net/dev" + denied +
-                        "/proc/17/net/dev.; GetProcessRawNetworkInfo failed, ret: -3353."}}) {
+          {process, "FAILED; fopen /proc/1/net/dev" + denied +
+                        "/proc/1/net/dev.; GetProcessRawNetworkInfo failed, ret: -3353."}}) {
         kernel.Fail(KernelCall::Open, 1, EACCES);
         EXPECT_EQ(See(cycle), unread);
     }

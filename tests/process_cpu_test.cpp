@@ -9,11 +9,11 @@ namespace {
 using CorvaneCommon::CPUInfo;
 using CorvaneCommon::ProcessCPUInfo;
 
-const std::string STAT = "/proc/17/stat";
+const std::string STAT = "/proc/1/stat";
 const std::string FIRST = "process 0 0; tiny process 0 0";
 
 std::string ThreadStat(const std::string& tid) {
-    return "/proc/17/task/" + tid + "/stat";
+    return "/proc/1/task/" + tid + "/stat";
 }
 
 /// A machine of four cores, a process and its only thread after so many ticks.
@@ -59,7 +59,7 @@ TEST_F(ProcessCpu, NamesWithoutBlanksAndFieldsUpToTheTimes) {
         cases.emplace_back(ProcessStatText(PID, name, 250, 80, 3, 1), 0);
     }
     for (const auto& [text, readers] : cases) {
-        const std::string unparsed = "sscanf failed, file: /proc/17/";
+        const std::string unparsed = "sscanf failed, file: /proc/1/";
         kernel.Write({{STAT, ProcessStatText(PID, "srv", 1, 2)}, {ThreadStat("20"), text}});
         EXPECT_EQ(See(read), readers > 0 ? "" : unparsed + "task/20/stat, buf: " + text + ".");
         EXPECT_EQ(sample.thread_cpu_info.size(), readers > 0 ? 1U : 0U);
@@ -81,22 +81,21 @@ TEST_F(ProcessCpu, ThreadsThatCannotBeReadEndNothing) {
                   {ThreadStat("1"), "no time"},
                   {ThreadStat("23x"), good},
                   {ThreadStat("4294967321"), good}});
-    kernel.MakeFolder("/proc/17/task/19");  // ended after the walk saw it
-    EXPECT_EQ(See(read), "sscanf failed, file: /proc/17/task/1/stat, buf: no time.");
+    kernel.MakeFolder("/proc/1/task/19");  // ended after the walk saw it
+    EXPECT_EQ(See(read), "sscanf failed, file: /proc/1/task/1/stat, buf: no time.");
     EXPECT_EQ(tids(), " 20 23 25");
-    kernel.Remove("/proc/17/task");
+    kernel.Remove("/proc/1/task");
     kernel.Write({{ThreadStat("20"), good}, {ThreadStat("21"), good}});
     // It ended between stat and open, or between open and read; or the folder cannot be opened.
-    const std::string unread = "; ReadFromFile failed, file: /proc/17/task/20/stat.";
+    const std::string unread = "; ReadFromFile failed, file: /proc/1/task/20/stat.";
     kernel.Fail(KernelCall::Open, 2, ESRCH);
-    EXPECT_EQ(See(read),
-              "fopen /proc/17/task/20/stat failed, error_msg: No such process." + unread);
+    EXPECT_EQ(See(read), "fopen /proc/1/task/20/stat failed, error_msg: No such process." + unread);
     EXPECT_EQ(tids(), " 21");
     kernel.Fail(KernelCall::Read, 2, ESRCH);
-    EXPECT_EQ(See(read), "fread failed, file: /proc/17/task/20/stat, errno: 3." + unread);
+    EXPECT_EQ(See(read), "fread failed, file: /proc/1/task/20/stat, errno: 3." + unread);
     EXPECT_EQ(tids(), " 21");
     kernel.Fail(KernelCall::OpenDir, 1, ESRCH);
-    EXPECT_EQ(See(read), "opendir(/proc/17/task) failed.");
+    EXPECT_EQ(See(read), "opendir(/proc/1/task) failed.");
     EXPECT_EQ(tids(), "");
 }
 
@@ -107,11 +106,11 @@ TEST_F(ProcessCpu, RecordsStandInTheOrderOfTheWork) {
         kernel.clock_us = 1999999;
         kernel.clock_step_us = step;
         EXPECT_EQ(See(read),
-                  std::string("TRACE ReadFromFile succeed, file: /proc/17/stat.; ") +
-                      (step > 10000 ? "WARN read /proc/17/stat costtime:10001us; " : "") +
-                      "TRACE sscanf succeed, file: /proc/17/stat, user:250, system:80, "
+                  std::string("TRACE ReadFromFile succeed, file: /proc/1/stat.; ") +
+                      (step > 10000 ? "WARN read /proc/1/stat costtime:10001us; " : "") +
+                      "TRACE sscanf succeed, file: /proc/1/stat, user:250, system:80, "
                       "user_wait:3, system_wait:1; TRACE ReadFromFile succeed, file: "
-                      "/proc/17/task/20/stat.; TRACE sscanf succeed, file: /proc/17/task/20/stat, "
+                      "/proc/1/task/20/stat.; TRACE sscanf succeed, file: /proc/1/task/20/stat, "
                       "utime:0, stime:0");
     }
     EXPECT_EQ(sample.pid, PID);
@@ -137,7 +136,7 @@ TEST_F(ProcessCpu, PercentOfOneCoreRoundedUp) {
 
 TEST_F(ProcessCpu, WhatCounts) {
     const auto write = [this](const std::string& process, const std::string& threads) {
-        kernel.Remove("/proc/17/task");
+        kernel.Remove("/proc/1/task");
         kernel.Write(STAT, "17 (s) S 1 1 1 0 -1 0 1 0 0 0 " + process + " 0");
         for (const auto& [tid, n] : Rows(threads)) {
             kernel.Write(ThreadStat(tid), ProcessStatText(0, "s", n[0], n[1]));
@@ -180,8 +179,8 @@ TEST_F(ProcessCpu, PrimesTwiceThenKeepsPeaksOrTheAverage) {
         kernel.Remove(STAT);
         EXPECT_EQ(
             See(call),
-            "FAILED; fopen /proc/17/stat failed, error_msg: No such file or directory.; "
-            "ReadFromFile failed, file: /proc/17/stat.; GetProcessCPUInfo failed, ret: -3353.");
+            "FAILED; fopen /proc/1/stat failed, error_msg: No such file or directory.; "
+            "ReadFromFile failed, file: /proc/1/stat.; GetProcessCPUInfo failed, ret: -3353.");
         kernel.Write(At(500, 500, 500));
         Replay(call, {{{{"/proc/stat", "intr 5\n"}},
                        "WRONG; intr 5\n Can not find cpu, maybe cpu changed, reinit cpu info.; "
@@ -214,7 +213,7 @@ TEST_F(ProcessCpu, TheTinyCycleOnTheCallersSamples) {
 TEST_F(ProcessCpu, WhatWasNeverMeasured) {
     int32_t& a = out.percent[0];
     int32_t& b = out.percent[1] = 0;
-    const std::string none = "WRONG; 17 Can Not Find Result CPU Monitor Info.; percent 0 ";
+    const std::string none = "WRONG; 1 Can Not Find Result CPU Monitor Info.; percent 0 ";
     const std::string untouched = std::to_string(0x07070707);
     EXPECT_EQ(SEE(m->GetProcessCPUMonitorInfo(a, PID, log)), none + untouched);
     EXPECT_EQ(SEE(m->GetProcessCPUMonitorInfoForTinyCycle(a, b, PID, log)), none + "0");
@@ -227,7 +226,7 @@ TEST_F(ProcessCpu, WhatWasNeverMeasured) {
     m->CalcProcessCPUMonitorInfoForTinyCycle(PID, log);
     inside->tiny_thread_results.clear();
     EXPECT_EQ(SEE(m->GetProcessCPUMonitorInfoForTinyCycle(a, b, PID, log)),
-              "WRONG; 17 Can Not Find Result Max Thread CPU Monitor Info.; percent 0 0");
+              "WRONG; 1 Can Not Find Result Max Thread CPU Monitor Info.; percent 0 0");
 }
 
 }  // namespace

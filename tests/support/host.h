@@ -49,7 +49,7 @@ struct DiskSize {
 };
 inline DiskSize disk_size;
 
-constexpr uint32_t PID = 17;  ///< the process that the host watches
+constexpr uint32_t PID = 1;  ///< the process that the host watches
 
 /// What operations write into; untouched members are not shown.
 struct Records {
