@@ -34,27 +34,22 @@ TEST_F(Helpers, TheInstanceIsOneAndDiscoversOnce) {
 }
 
 TEST_F(Helpers, LogThresholdsStandBeforeTheHostsAnswer) {
-    const struct {
-        int32_t low;  // -2: not set
-        int32_t high;
-        bool agrees;
-        int asked;
-        std::string seen;
-    } cases[] = {{-2, -2, true, 1, "WRONG; memory_info is NULL."},
-                 {-1, -2, true, 1, "WRONG; memory_info is NULL."},
-                 {300, 300, true, 1, "WRONG; memory_info is NULL."},
-                 {299, -2, true, 0, "WRONG"},
-                 {800, 301, true, 0, "WRONG"},
-                 {800, 0, false, 1, "WRONG"}};
     Boot();
-    for (const auto& c : cases) {
-        records.agrees = c.agrees;
+    const auto expect = [&](int32_t low, int32_t high, bool agrees, int asked, bool written) {
+        records.agrees = agrees;
         records.asked = 0;
-        records.piPriorityLow = c.low == -2 ? nullptr : &c.low;
-        records.piPriorityHigh = c.high == -2 ? nullptr : &c.high;
-        EXPECT_EQ(SEE(m->GetMemoryMonitorInfo(nullptr, log)), c.seen);
-        EXPECT_EQ(records.asked, c.asked) << c.low << " " << c.high;
-    }
+        records.piPriorityLow = low == -2 ? nullptr : &low;
+        records.piPriorityHigh = high == -2 ? nullptr : &high;
+        EXPECT_EQ(SEE(m->GetMemoryMonitorInfo(nullptr, log)),
+                  written ? "WRONG; memory_info is NULL." : "WRONG");
+        EXPECT_EQ(records.asked, asked) << low << " " << high;
+    };
+    expect(-2, -2, true, 1, true);  // none set
+    expect(-1, -2, true, 1, true);
+    expect(300, 300, true, 1, true);
+    expect(299, -2, true, 0, false);
+    expect(800, 301, true, 0, false);
+    expect(800, 0, false, 1, false);
     EXPECT_EQ(records.source, "src/common/monitor_physical_util_memory.cpp GetMemoryMonitorInfo");
 }
 

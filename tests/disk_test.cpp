@@ -39,21 +39,11 @@ protected:
         kernel.Write("/etc/mtab", text);
         return SEE(inside->SetDefaultDirMapToDisk(log));
     }
-    /// What the monitor knows of directories, or of arrays.
-    static std::string Known(const std::map<std::string, std::string>& disks) {
+    /// The disks of the directories that the monitor knows.
+    std::string Known() const {
         std::string text;
-        for (const auto& [directory, disk] : disks) {
+        for (const auto& [directory, disk] : inside->dir_to_disk_map) {
             text += directory + "=" + disk + " ";
-        }
-        return text;
-    }
-    std::string Arrays() const {
-        std::string text;
-        for (const auto& [array, disks] : inside->raid_to_disk_map) {
-            text += array + "=";
-            for (const std::string& disk : disks) {
-                text += disk + " ";
-            }
         }
         return text;
     }
@@ -61,26 +51,20 @@ protected:
 
 TEST_F(Disk, LineIsThatOfTheShortestPrefixBeforeABlank) {
     const std::string x127(127, 'x');
-    const std::vector<std::pair<Names, Names>> cases = {
-        {{"sda", "sda1", "sdb", "loop0", "loop1", "loop10"},  // the bar ends the prefix
-         {"sda|1", "sdb|2", "|sdd", "loop1|0", "|", "da|ta", "a|rchive", "|overlay", "8|"}},
-        {{"sdl", "nvme0n1", "nvme0n1p1", "nvme0n10", "md1", "md127"},
-         {"nvme0n1|p1", "nvme0n1|0", "md1|27"}},
-        {{"md127", "md1"}, {"md127|"}},
-        // A disk's last letters catch the names that begin with them.
-        {{"sdm", "sdn", "sdv", "nvme0n1", "md0", "vda"}, {"n|vme0n1", "m|d0", "v|da"}},
-        {{x127}, {x127 + "|xx"}},
-        {{x127 + "x"}, {"|" + x127 + "x"}}};
-    for (const auto& [devices, names] : cases) {
-        for (const std::string& marked : names) {
-            const std::string prefix = marked.substr(0, marked.find('|'));
-            const std::string name = prefix + marked.substr(prefix.size() + 1);
-            std::string text;
-            for (const std::string& device : devices) {
-                text += DiskLine(device, 0, 0, 0);
-            }
+    for (const auto& [devices, marked] : std::vector<std::pair<std::string, Names>>{
+             // The bar ends the prefix that is found.
+             {"sda, sda1, sdb, loop1, loop10", {"sda|1", "|sdd", "loop1|0", "|", "da|ta", "8|"}},
+             {"nvme0n1, nvme0n1p1, md1, md127", {"nvme0n1|p1", "nvme0n1|0", "md1|27"}},
+             {"md127, md1", {"md127|"}},
+             {"sdm, sdn, nvme0n1, md0", {"n|vme0n1", "m|d0", "|overlay"}},
+             {x127, {x127 + "|xx"}},
+             {x127 + "x", {"|" + x127 + "x"}}}) {
+        for (const std::string& name : marked) {
+            const std::string prefix = name.substr(0, name.find('|'));
+            std::string text = Disks(devices).at("/proc/diskstats");
             const char* const line = prefix.empty() ? nullptr : &text[text.find(prefix + " ")];
-            EXPECT_EQ(CorvaneCommon::FindDiskLine(text.data(), name.c_str()), line) << marked;
+            const std::string disk = prefix + name.substr(prefix.size() + 1);
+            EXPECT_EQ(CorvaneCommon::FindDiskLine(text.data(), disk.c_str()), line) << name;
         }
     }
     std::string text = "8 0 sda\t1\n8 0 sda\n";
@@ -103,12 +87,12 @@ TEST_F(Disk, MountTable) {
     for (const auto& [text, disks] : cases) {
         Start();
         EXPECT_EQ(Mounts(text), "");
-        EXPECT_EQ(Known(inside->dir_to_disk_map), disks);
+        EXPECT_EQ(Known(), disks);
     }
     for (const char* const bad : {"\n/dev/sdb1 /data xfs\n", "/dev/sdb1\n/dev/sdc1 /c x\n"}) {
         Start();
         EXPECT_EQ(Mounts(root + bad), "FAILED; sscanf failed, file: /etc/mtab.");
-        EXPECT_EQ(Known(inside->dir_to_disk_map), "/=sda1 ");
+        EXPECT_EQ(Known(), "/=sda1 ");
     }
 }
 
@@ -131,7 +115,7 @@ TEST_F(Disk, OfAPathIsThatOfTheDeepestMountAbove) {
         EXPECT_EQ(disk_of(path), "text sdb1");
     }
     EXPECT_EQ(disk_of("/data/deep/x"), "text sdc1");
-    EXPECT_EQ(Known(inside->dir_to_disk_map),
+    EXPECT_EQ(Known(),
               "/=sda1 /data=sdb1 /data/db/file=sdb1 /data/deep=sdc1 /data/deep/x=sdc1 "
               "/data/deeper=sdb1 /data/" +
                   x200.substr(0, 121) +
@@ -150,7 +134,6 @@ TEST_F(Disk, OfAPathIsThatOfTheDeepestMountAbove) {
 }
 
 TEST_F(Disk, ArraysThatAreActiveAndHaveMembers) {
-    const Call read = [this] { return inside->SetDefaultRaidMap(log); };
     kernel.Write("/proc/mdstat",
                  "Personalities : [linear] [raid1] [raid6]\n"
                  "md0 : active raid1 sdb1[1] sda1[0]\n      488383936 blocks [2/2] [UU]\n\n"
@@ -160,12 +143,17 @@ TEST_F(Disk, ArraysThatAreActiveAndHaveMembers) {
                  "md7 : inactive sdc1[0](S) sdd1[1](S) sde1[2](S)\nmd8 : active linear sdc[0]\n"
                  "\tmd10 : active raid1 sdc[0]\nmd12 : active xraid1 sdc[0]\n"
                  "md11 : active raid1 sdq[0]");
-    EXPECT_EQ(See(read), "");
-    EXPECT_EQ(Arrays(), "md0=sdb1 sda1 md11=sdq md127=nvme0n1p1 sdc dm-3 md2=sde1 sdf1 ");
+    EXPECT_EQ(SEE(inside->SetDefaultRaidMap(log)), "");
+    std::map<std::string, Names> arrays = {{"md0", {"sdb1", "sda1"}},
+                                           {"md11", {"sdq"}},
+                                           {"md2", {"sde1", "sdf1"}},
+                                           {"md127", {"nvme0n1p1", "sdc", "dm-3"}}};
+    EXPECT_EQ(inside->raid_to_disk_map, arrays);
     // Degraded: replaced. Gone, or without members: as it was.
     kernel.Write("/proc/mdstat", "md0 : active raid1 sda1[0]\nmd2 : active raid5\n");
-    EXPECT_EQ(See(read), "");
-    EXPECT_EQ(Arrays(), "md0=sda1 md11=sdq md127=nvme0n1p1 sdc dm-3 md2=sde1 sdf1 ");
+    arrays["md0"] = {"sda1"};
+    EXPECT_EQ(SEE(inside->SetDefaultRaidMap(log)), "");
+    EXPECT_EQ(inside->raid_to_disk_map, arrays);
 }
 
 TEST_F(Disk, Registration) {

@@ -101,12 +101,11 @@ struct Operation {
     int32_t (*run)(CMonitorPhysicalUtil& m, LogCategory* log, Records& out);
 };
 
-#define OPERATION(habit, call)                                               \
-    {                                                                        \
-#call, habit,                                                        \
-            [](CMonitorPhysicalUtil & m, [[maybe_unused]] LogCategory * log, \
-               [[maybe_unused]] Records & out) -> int32_t { return m.call; } \
-    }
+// clang-format off
+#define OPERATION(habit, call) \
+    {#call, habit, []([[maybe_unused]] CMonitorPhysicalUtil& m, [[maybe_unused]] LogCategory* log, \
+                      [[maybe_unused]] Records& out) -> int32_t { return m.call; }}
+// clang-format on
 const Operation OPERATIONS[] = {
     OPERATION(Rediscovers, CalcCPUMonitorInfo(true, log)),
     OPERATION(Rediscovers, CalcCPUMonitorInfoForTinyCycle(true, log)),
