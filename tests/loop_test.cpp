@@ -4,7 +4,7 @@
 #include <malloc.h>
 #include <unistd.h>
 
-#include "fake_kernel.h"
+#include "kernel.h"
 #include "kernel_texts.h"
 #include "monitor_loop.h"
 #include "monitor_test_peer.h"
@@ -67,7 +67,7 @@ protected:
     uint64_t m_cores = 2;
     std::string m_interface = "eth0";
     Clock::time_point m_now{std::chrono::hours(1)};
-    FakeKernel m_kernel;
+    Kernel m_kernel;
     std::unique_ptr<Monitor> m_monitor;
     std::unique_ptr<MonitorLoop> m_loop;
 };
