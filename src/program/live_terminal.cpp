@@ -4,7 +4,6 @@
 #include <ncurses.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <term.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -12,11 +11,12 @@
 #include <array>
 #include <clocale>
 #include <csignal>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <string>
+
+#include "terminal_type.h"
 
 namespace corvane::program {
 
@@ -35,19 +35,6 @@ constexpr size_t RESTORE_LENGTH = 128;
 termios original_modes = {};
 std::array<char, RESTORE_LENGTH> restore_text = {};
 size_t restore_length = 0;
-
-/// What the terminal takes for a capability, without pauses; empty: it has none.
-std::string Capability(const char* name) {
-    const char* const found = tigetstr(name);
-    if (found == nullptr || reinterpret_cast<intptr_t>(found) == -1) {
-        return "";
-    }
-    std::string text = found;
-    for (size_t pause = text.find("$<"); pause != std::string::npos; pause = text.find("$<")) {
-        text.erase(pause, text.find('>', pause) - pause + 1);
-    }
-    return text;
-}
 
 void RestoreAndDie(int signal) {
     tcsetattr(STDOUT_FILENO, TCSANOW, &original_modes);
@@ -68,31 +55,6 @@ void HandleFatalSignals(void (*from)(int), void (*handler)(int)) {
             action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
             sigaction(signal, &action, nullptr);
         }
-    }
-}
-
-/// Whether text can be put anywhere on the screen. Touches nothing.
-void CheckTerminal() {
-    if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
-        throw std::runtime_error("--watch needs a terminal");
-    }
-    const char* const name = getenv("TERM");
-    if (name == nullptr || *name == '\0') {
-        throw std::runtime_error("--watch: the terminal's type is not set (TERM)");
-    }
-    int error = 0;
-    if (setupterm(nullptr, STDOUT_FILENO, &error) != OK) {
-        throw std::runtime_error(std::string("--watch: no terminal type is known by the name of ") +
-                                 name + " (TERM)");
-    }
-    const bool usable = !Capability("cup").empty() && !Capability("clear").empty();
-    const std::string restore =
-        Capability("sgr0") + Capability("rmkx") + Capability("cnorm") + Capability("rmcup");
-    restore_length = restore.copy(restore_text.data(), restore_text.size());
-    del_curterm(cur_term);
-    if (!usable) {
-        throw std::runtime_error(std::string("--watch: a terminal of type ") + name +
-                                 " cannot place text (TERM)");
     }
 }
 
@@ -200,7 +162,10 @@ Key KeyOf(int code) {
 }  // namespace
 
 LiveTerminal::LiveTerminal() {
-    CheckTerminal();
+    if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
+        throw std::runtime_error("--watch needs a terminal");
+    }
+    restore_length = TerminalTypeRestoreText().copy(restore_text.data(), restore_text.size());
     setlocale(LC_CTYPE, "");
     m_charset = TerminalCharset();
     tcgetattr(STDOUT_FILENO, &original_modes);
@@ -268,7 +233,7 @@ void LiveTerminal::Draw(const std::vector<Line>& screen) {
             attr_set(AttributesOf(span.style), m_colour ? ColourOf(span.style) : 0, nullptr);
             mvaddstr(static_cast<int>(row), static_cast<int>(column),
                      Rendered(span.text, m_charset).c_str());
-            column += ColumnsOf({span});
+            column += span.columns;
         }
     }
     attr_set(A_NORMAL, 0, nullptr);
