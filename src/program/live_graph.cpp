@@ -184,7 +184,7 @@ std::vector<Graph> Graphs(const Report& report, const Histories& histories) {
 std::vector<Line> Plot(const Samples& samples, double full_scale, bool alarms, size_t rows,
                        size_t columns) {
     const size_t shown = std::min(samples.size(), columns);
-    const double full = static_cast<double>(rows * EIGHTHS);
+    const auto full = static_cast<double>(rows * EIGHTHS);
     std::vector<Line> lines(rows, {{std::string(columns - shown, ' '), Style::Graph}});
     for (size_t i = samples.size() - shown; i < samples.size(); ++i) {
         const double value = samples[i];

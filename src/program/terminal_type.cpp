@@ -38,7 +38,7 @@ std::string TerminalTypeRestoreText() {
                                  name + " (TERM)");
     }
     const bool usable = !Capability("cup").empty() && !Capability("clear").empty();
-    const std::string restore =
+    std::string restore =
         Capability("sgr0") + Capability("rmkx") + Capability("cnorm") + Capability("rmcup");
     del_curterm(cur_term);
     if (!usable) {
