@@ -38,8 +38,9 @@ std::string TerminalTypeRestoreText() {
                                  name + " (TERM)");
     }
     const bool usable = !Capability("cup").empty() && !Capability("clear").empty();
-    std::string restore =
-        Capability("sgr0") + Capability("rmkx") + Capability("cnorm") + Capability("rmcup");
+    const std::string screen = Capability("rmcup");
+    std::string restore = Capability("sgr0") + Capability("rmkx") + Capability("cnorm") +
+                          (screen.empty() ? "\r\n" : screen);
     del_curterm(cur_term);
     if (!usable) {
         throw std::runtime_error(std::string("--watch: a terminal of type ") + name +
