@@ -56,19 +56,6 @@ size_t Width(const std::string& character) {
     return ColumnsOf("x" + character) - 1;
 }
 
-/// How many bytes of `text` fit in `columns`: whole characters with their marks, one at least.
-size_t BytesIn(const std::string& text, size_t columns) {
-    size_t bytes = DecodeUtf8(text, 0).length;
-    while (bytes < text.size()) {
-        const size_t next = bytes + DecodeUtf8(text, bytes).length;
-        if (ColumnsOf(text.substr(0, next)) > columns) {
-            break;
-        }
-        bytes = next;
-    }
-    return bytes;
-}
-
 }  // namespace
 
 Span::Span(std::string safe_text, Style its_style)
@@ -148,25 +135,6 @@ std::string Shortened(const std::string& text, size_t columns) {
     return FitColumns(FitColumns(safe, columns - room) + safe.substr(tail), columns);
 }
 
-std::vector<std::string> Wrapped(const std::string& text, size_t columns) {
-    std::vector<std::string> lines;
-    std::istringstream words(Printable(text));
-    std::string word;
-    while (words >> word) {
-        if (!lines.empty() && ColumnsOf(lines.back()) + 1 + ColumnsOf(word) <= columns) {
-            lines.back() += " " + word;
-            continue;
-        }
-        while (ColumnsOf(word) > columns) {
-            const size_t bytes = BytesIn(word, columns);
-            lines.push_back(word.substr(0, bytes));
-            word.erase(0, bytes);
-        }
-        lines.push_back(word);
-    }
-    return lines;
-}
-
 std::string Rendered(const std::string& text, Charset charset) {
     if (charset == Charset::Eighths) {
         return text;
@@ -185,21 +153,6 @@ std::string Rendered(const std::string& text, Charset charset) {
         }
     }
     return rendered;
-}
-
-std::string Scaled(double value, Prefix prefix) {
-    const double base = prefix == Prefix::Decimal ? 1000 : 1024;
-    const char* const names = prefix == Prefix::Decimal ? " kMGTPE" : " KMGTPE";
-    size_t power = 0;
-    while (value >= base - 0.5 && names[power + 1] != '\0') {
-        value /= base;
-        ++power;
-    }
-    if (power == 0) {
-        return fmt::format("{:.0f}", value);
-    }
-    const int decimals = value < 9.995 ? 2 : value < 99.95 ? 1 : 0;
-    return fmt::format("{:.{}f}{}", value, decimals, names[power]);
 }
 
 }  // namespace corvane::program

@@ -63,15 +63,7 @@ Line Justified(const Line& left, const Line& right, size_t columns);
 /// names of one kind often differ at the end only.
 std::string Shortened(const std::string& text, size_t columns);
 
-/// Printable text in lines of at most `columns`, parted at blanks where there are any.
-std::vector<std::string> Wrapped(const std::string& text, size_t columns);
-
 /// A span's text as the terminal can show it: in the same columns, with other characters.
 std::string Rendered(const std::string& text, Charset charset);
-
-enum class Prefix { Decimal, Binary };
-
-/// A number of any size in at most five characters: "999", "1.25k", "1023M".
-std::string Scaled(double value, Prefix prefix);
 
 }  // namespace corvane::program

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "scaled_text.h"
 #include "terminal_text.h"
 
 namespace corvane::program {
