@@ -1,11 +1,13 @@
 #include "host_logging.h"
 
+#include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 #include <strings.h>
 
 #include <cstdio>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -23,18 +25,20 @@ constexpr PriorityName PRIORITY_NAMES[] = {
 
 constexpr size_t RECORD_LENGTH = 1024;  // most records; a longer one takes a buffer of its own
 
-spdlog::logger& Logger() {
+std::shared_ptr<spdlog::logger> MakeLogger(const std::string& file) {
+    spdlog::sink_ptr sink;
+    if (file.empty()) {
+        sink = std::make_shared<spdlog::sinks::stderr_sink_mt>();
+    } else {
+        sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(file);
+    }
+    auto logger = std::make_shared<spdlog::logger>("corvane", std::move(sink));
     // The category decides what is written; the priority's name is part of the text, as spdlog has
     // fewer levels.
-    static const auto logger = [] {
-        auto made = std::make_shared<spdlog::logger>(
-            "corvane", std::make_shared<spdlog::sinks::stderr_sink_mt>());
-        made->set_level(spdlog::level::trace);
-        made->set_pattern("%Y-%m-%d %H:%M:%S.%e %v");
-        made->flush_on(spdlog::level::trace);
-        return made;
-    }();
-    return *logger;
+    logger->set_level(spdlog::level::trace);
+    logger->set_pattern("%Y-%m-%d %H:%M:%S.%e %v");
+    logger->flush_on(spdlog::level::trace);
+    return logger;
 }
 
 /// Kernel text in a record is other people's: no control byte of it may reach a terminal, nor
@@ -78,22 +82,26 @@ bool LogPriorityFromName(const std::string& name, int32_t& priority) {
     return false;
 }
 
-HostLogCategory::HostLogCategory(int32_t least_urgent) {
+HostLogCategory::HostLogCategory(int32_t least_urgent, const std::string& file)
+    : m_logger(MakeLogger(file)) {
     SetPriority(least_urgent);
     piPriorityLow = &m_least_urgent;
+    piPriorityHigh = &m_most_urgent;
 }
+
+HostLogCategory::~HostLogCategory() = default;
 
 void HostLogCategory::SetPriority(int32_t least_urgent) {
     m_least_urgent = least_urgent;
-    m_off = least_urgent < 0;  // to the monitor, a threshold of -1 is none at all
+    // To the monitor, a least urgent priority of -1 is no threshold: the other one keeps all out.
+    m_most_urgent = least_urgent < 0 ? INT32_MAX : INT32_MIN;
 }
 
-bool CategoryCanWrite(LogCategory* category, int32_t /*priority*/) {
-    const auto* const host_category = static_cast<const HostLogCategory*>(category);
-    return !host_category->IsOff();
+bool CategoryCanWrite(LogCategory* /*category*/, int32_t /*priority*/) {
+    return true;  // the thresholds have decided
 }
 
-void CategoryLogV(LogCategory* /*category*/, int32_t priority, const char* file, int32_t line,
+void CategoryLogV(LogCategory* category, int32_t priority, const char* file, int32_t line,
                   const char* function, const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
@@ -105,6 +113,7 @@ void CategoryLogV(LogCategory* /*category*/, int32_t priority, const char* file,
     }
     va_end(again);
     ReplaceControlBytes(text.data());
-    Logger().log(spdlog::level::info, "{} {}:{} {}: {}", LogPriorityName(priority), file, line,
-                 function, text.data());
+    const auto* const host_category = static_cast<const HostLogCategory*>(category);
+    host_category->Logger().log(spdlog::level::info, "{} {}:{} {}: {}", LogPriorityName(priority),
+                                file, line, function, text.data());
 }

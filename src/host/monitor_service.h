@@ -12,38 +12,12 @@
 // operations while a service lives.
 #pragma once
 
-#include <chrono>
-#include <functional>
 #include <memory>
-#include <string>
-#include <vector>
 
-#include "log_category.h"
-#include "process_target.h"
 #include "report.h"
+#include "service_settings.h"
 
 namespace corvane {
-
-/// What to measure and how often. The defaults suit a server that watches itself.
-struct ServiceSettings {
-    /// A report each; peaks span it. At least a second, and no shorter than either cycle.
-    std::chrono::seconds report_interval{10};
-    /// Between two measurements: peaks are over these. At least a second.
-    std::chrono::seconds cycle{1};
-    /// Between two measurements of what a report calls latest. At least a second.
-    std::chrono::seconds tiny_cycle{1};
-    std::vector<ProcessTarget> processes;  ///< each once; empty: the process itself
-    std::vector<std::string> directories;  ///< each once; empty: the working directory
-    std::vector<std::string> interfaces;   ///< network interfaces; empty: all but the loopback
-    /// The monitor's compatible reading instead of the strict one; see docs/guide.md. Names of
-    /// interfaces are then given by that reading, and `interfaces` must be empty.
-    bool compatible = false;
-    bool cores = true;           ///< a figure per core
-    LogCategory* log = nullptr;  ///< for the monitor's records; must outlive the service
-    /// Gets each report, on the service's thread, which measures on when it returns. What it throws
-    /// is logged and ends nothing.
-    std::function<void(const std::shared_ptr<const Report>&)> on_report;
-};
 
 class MonitorService {
 public:
@@ -74,6 +48,7 @@ public:
 
 private:
     struct State;  // shared with the thread, which may outlive the service
+    struct AtExit;
     std::shared_ptr<State> m_state;
 };
 
