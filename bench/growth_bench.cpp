@@ -17,8 +17,8 @@
 #include <string>
 #include <vector>
 
-#include "fake_kernel.h"
 #include "interleave.h"
+#include "kernel.h"
 #include "kernel_texts.h"
 #include "monitor_physical_util.h"
 #include "monitor_test_peer.h"
@@ -28,7 +28,7 @@ namespace {
 using corvane_bench::Interleave;
 using corvane_bench::Operation;
 using corvane_bench::Timing;
-using corvane_test::FakeKernel;
+using corvane_test::Kernel;
 using corvane_test::KernelFiles;
 using corvane_test::Monitor;
 
@@ -170,7 +170,7 @@ struct Cost {
 
 /// False when the operation fails on this machine.
 bool MeasureMachine(const Machine& machine, int rounds, Cost& cost) {
-    const FakeKernel kernel(machine.files);
+    const Kernel kernel(machine.files);
     Monitor monitor;
     machine.prepare(monitor);
     if (!machine.operation(monitor)) {

@@ -21,14 +21,14 @@
 #include <utility>
 #include <vector>
 
+#include "kernel.h"
 #include "kernel_texts.h"
-#include "memory_kernel.h"
 #include "monitor_test_peer.h"
 
 namespace {
 
-using corvane_fuzz::MemoryKernel;
 using corvane_test::Core;
+using corvane_test::Kernel;
 using Monitor = CorvaneCommon::MonitorPhysicalUtilTestPeer;
 using Texts = std::vector<std::pair<std::string, std::string>>;  // by path; empty: no such file
 
@@ -64,6 +64,7 @@ Texts TextsAt(uint64_t time) {
                                 corvane_test::DiskLine("sdc", 30 * time, 5 * time, 500 * time)},
         {"/proc/mdstat", time % 16 == 7 ? "" : "md0 : active raid1 sdc[1] sdb[0]\n"},
         {"/etc/mtab", "/dev/md0 /srv ext4 rw 0 0\n/dev/sda1 / ext4 rw 0 0\n"},
+        {"/srv/present", "yes"},
         {pid + "/stat", corvane_test::ProcessStatText(FAKE_PID, "server", 30 * time, 3 * time)},
         {pid + "/status", "Name:\tserver\nVmSize:\t4096 kB\nVmRSS:\t2048 kB\n"},
         {pid + "/net/dev", nets}};
@@ -194,7 +195,7 @@ bool SoakInMemory(uint64_t cycles) {
     for (uint64_t time = 1; time <= MOMENTS; ++time) {
         moments.push_back(TextsAt(time));
     }
-    MemoryKernel kernel;
+    Kernel kernel;
     Monitor monitor;
     uint64_t moment = 0;
     return Soak("kernel in memory", cycles, [&] {

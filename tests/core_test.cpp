@@ -1,179 +1,105 @@
-// The instance, the file helpers, the log writer and the status codes.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+// The instance, the file helpers, the log writer and the records.
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <string>
-#include <vector>
 
-#include "capturing_log.h"
-#include "corvane_error_code.h"
-#include "fake_kernel.h"
-#include "kernel_texts.h"
-#include "monitor_test_peer.h"
+#include "host.h"
 
 namespace corvane_test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
+using CorvaneCommon::CMonitorPhysicalUtil;
+using Helpers = HostTest;
+using namespace std::string_literals;
 
-TEST(ErrorCode, FollowsTheFamilyRule) {
-    EXPECT_EQ(COMMON_ERR_INVALID_ARGUMENTS, -281);
-    EXPECT_EQ(COMMON_ERR_LINUX_SYSTEM_CALL_FAIL, -3353);
-    EXPECT_EQ(COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE, -3609);
-}
-
-TEST(Instance, IsOneAndDiscoversOnceOnly) {
-    FakeKernel kernel(KernelFiles{{"/proc/stat", StatText({{"cpu0", 1, 1}})}});
-    auto* const first = CorvaneCommon::CMonitorPhysicalUtil::GetInstance();
-    const int opened = kernel.Count(KernelCall::Open);
-    EXPECT_EQ(CorvaneCommon::CMonitorPhysicalUtil::GetInstance(), first);
-    EXPECT_EQ(opened, 2);
-    EXPECT_EQ(kernel.Count(KernelCall::Open), opened);
+TEST_F(Helpers, TheInstanceIsOneAndDiscoversOnce) {
+    Boot(Stat("cpu0 1 1"));
+    kernel.ResetCounts();
+    auto* const first = CMonitorPhysicalUtil::GetInstance();
+    EXPECT_EQ(CMonitorPhysicalUtil::GetInstance(), first);
+    EXPECT_EQ(kernel.Count(KernelCall::Open), 2);
     EXPECT_STREQ(first->GetDefaultDiskFilePath(), "/");
     EXPECT_EQ(first->GetCPUCoreNum(), static_cast<uint32_t>(sysconf(_SC_NPROCESSORS_ONLN)));
 }
 
-TEST(Instance, IsUsableWithoutAnyKernelFile) {
-    const FakeKernel kernel;
-    Monitor monitor;
-    EXPECT_THAT(monitor.cpu_core_name, IsEmpty());
-    EXPECT_THAT(monitor.network_nic_name, IsEmpty());
-    CapturingLog log;
-    EXPECT_EQ(monitor->CalcCPUMonitorInfo(true, &log), COMMON_ERR_LINUX_SYSTEM_CALL_FAIL);
-    EXPECT_THAT(
-        log.TakeTexts(),
-        ElementsAre("fopen /proc/stat failed, error_msg: No such file or directory.",
-                    "ReadFromFile failed, file: /proc/stat.", "GetRawCPUInfo failed, ret: -3353."));
-}
-
-TEST(LogWriter, AsksTheHostOnlyWithinBothThresholds) {
-    struct Case {
-        int32_t low;
-        bool has_low;
+TEST_F(Helpers, LogThresholdsStandBeforeTheHostsAnswer) {
+    const struct {
+        int32_t low;  // -2: not set
         int32_t high;
-        bool has_high;
-        bool host_agrees;
+        bool agrees;
         int asked;
-        size_t written;
+        std::string seen;
+    } cases[] = {
+        {-2, -2, true, 1, "WRONG; memory_info is NULL."},
+        {-1, -2, true, 1, "WRONG; memory_info is NULL."},
+        {300, 300, true, 1, "WRONG; memory_info is NULL."},
+        {299, -2, true, 0, "WRONG"},
+        {800, 301, true, 0, "WRONG"},
+        {800, 0, false, 1, "WRONG"},
     };
-    const Case cases[] = {
-        {0, false, 0, false, true, 1, 1},   {-1, true, 0, false, true, 1, 1},
-        {300, true, 0, false, true, 1, 1},  {299, true, 0, false, true, 0, 0},
-        {800, true, 300, true, true, 1, 1}, {800, true, 301, true, true, 0, 0},
-        {800, true, 0, true, false, 1, 0},
-    };
-    const FakeKernel kernel;
-    Monitor monitor;
-    for (const Case& c : cases) {
-        CapturingLog log;
-        log.agrees = c.host_agrees;
-        log.piPriorityLow = c.has_low ? &c.low : nullptr;
-        log.piPriorityHigh = c.has_high ? &c.high : nullptr;
-        monitor->GetMemoryMonitorInfo(nullptr, &log);
-        EXPECT_EQ(log.asked, c.asked) << c.low << " " << c.high;
-        EXPECT_EQ(log.Records().size(), c.written) << c.low << " " << c.high;
+    Boot();
+    for (const auto& c : cases) {
+        records.agrees = c.agrees;
+        records.asked = 0;
+        records.piPriorityLow = c.low == -2 ? nullptr : &c.low;
+        records.piPriorityHigh = c.high == -2 ? nullptr : &c.high;
+        EXPECT_EQ(See([&] { return m->GetMemoryMonitorInfo(nullptr, log); }), c.seen);
+        EXPECT_EQ(records.asked, c.asked) << c.low << " " << c.high;
     }
+    EXPECT_EQ(records.source, "src/common/monitor_physical_util_memory.cpp GetMemoryMonitorInfo");
 }
 
-TEST(LogWriter, NamesTheSourceRelativeToTheRepository) {
-    const FakeKernel kernel;
-    Monitor monitor;
-    CapturingLog log;
-    monitor->GetMemoryMonitorInfo(nullptr, &log);
-    ASSERT_EQ(log.Records().size(), 1U);
-    EXPECT_EQ(log.Records()[0].file, "src/common/monitor_physical_util_memory.cpp");
-    EXPECT_EQ(log.Records()[0].function, "GetMemoryMonitorInfo");
-    EXPECT_EQ(log.Records()[0].priority, LOG_PRIORITY_ERROR);
-}
-
-TEST(ReadFromFile, RefusesBadArgumentsWithTheSystemCallCode) {
-    const FakeKernel kernel;
-    Monitor monitor;
-    CapturingLog log;
-    char buffer[4] = {'x', 'x', 'x', 'x'};
-    EXPECT_EQ(monitor.ReadFromFile(buffer, 0U, "/f", &log), COMMON_ERR_LINUX_SYSTEM_CALL_FAIL);
-    EXPECT_EQ(monitor.ReadFromFile(nullptr, 4U, "/f", &log), COMMON_ERR_LINUX_SYSTEM_CALL_FAIL);
-    EXPECT_EQ(monitor.ReadFromFile(buffer, 4U, nullptr, &log), COMMON_ERR_LINUX_SYSTEM_CALL_FAIL);
-    EXPECT_EQ(monitor.ReadFromFile(buffer, 4U, "", &log), COMMON_ERR_LINUX_SYSTEM_CALL_FAIL);
-    EXPECT_EQ(buffer[0], 'x');
-    const auto texts = log.TakeTexts();
-    ASSERT_EQ(texts.size(), 4U);
-    EXPECT_THAT(texts[1],
-                StartsWith("file_content is NULL or 0 >= file_content_length or file_path "
-                           "is NULL, file_content: (nil), file_content_length: 4, "
-                           "file_path: 0x"));
-    EXPECT_EQ(kernel.Count(KernelCall::Open), 2);  // the two discoveries
-}
-
-TEST(ReadFromFile, KeepsWhatStandsBehindTheData) {
-    struct Case {
+TEST_F(Helpers, AReadKeepsWhatStandsBehindTheData) {
+    const struct {
         std::string file;
         std::string buffer;  // of eight, filled with x before
+    } cases[] = {
+        {"", "\0xxxxxx\0"s},        {"abc", "abcxxxx\0"s},          {"abcdefg", "abcdefg\0"s},
+        {"abcdefgh", "abcdefg\0"s}, {"abcdefghijkl", "abcdefg\0"s}, {"a\0c\n"s, "a\0c\nxxx\0"s},
     };
-    using namespace std::string_literals;
-    const Case cases[] = {
-        {"", "\0xxxxxx\0"s},         {"abc", "abcxxxx\0"s},
-        {"abcdefgh", "abcdefg\0"s},  {"abcdefghijkl", "abcdefg\0"s},
-        {"a\0c\n"s, "a\0c\nxxx\0"s},
-    };
-    FakeKernel kernel;
-    Monitor monitor;
-    for (const Case& c : cases) {
-        kernel.Write("/f", c.file);
-        std::string buffer(8, 'x');
-        EXPECT_EQ(monitor.ReadFromFile(buffer.data(), 8U, "/f", nullptr), 0);
+    Boot();
+    std::string buffer;
+    const auto read = [&] { return inside->ReadFromFile(buffer.data(), 8U, "/f", log); };
+    for (const auto& c : cases) {
+        buffer = "xxxxxxxx";
+        EXPECT_EQ(After(read, KernelFiles{{"/f", c.file}}), "");
         EXPECT_EQ(buffer, c.buffer);
     }
+    kernel.FailReads("/f", 3);
+    EXPECT_EQ(See(read), "FAILED; fread failed, file: /f, errno: 5.");
+    EXPECT_EQ(buffer, "a\0c\nxxx\0"s);
+    kernel.MakeFolder("/f");
+    EXPECT_EQ(See(read), "FAILED; fread failed, file: /f, errno: 21.");
+    kernel.Remove("/f");
+    EXPECT_EQ(See(read), "FAILED; fopen /f failed, error_msg: No such file or directory.");
+    EXPECT_EQ(buffer[0], '\0');
 }
 
-TEST(ReadFromFile, ReportsAReadThatFailsAndKeepsItsPart) {
-    FakeKernel kernel(KernelFiles{{"/f", "abcdef"}});
-    kernel.MakeFolder("/folder");
-    Monitor monitor;
-    CapturingLog log;
-    char buffer[16] = {};
-    kernel.Fail(KernelCall::Read, 1, EIO, 3);
-    EXPECT_EQ(monitor.ReadFromFile(buffer, 16U, "/f", &log), COMMON_ERR_LINUX_SYSTEM_CALL_FAIL);
-    EXPECT_STREQ(buffer, "abc");
-    EXPECT_EQ(monitor.ReadFromFile(buffer, 16U, "/folder", &log),
-              COMMON_ERR_LINUX_SYSTEM_CALL_FAIL);
-    EXPECT_STREQ(buffer, "");
-    EXPECT_THAT(log.TakeTexts(), ElementsAre("fread failed, file: /f, errno: 5.",
-                                             "fread failed, file: /folder, errno: 21."));
-}
-
-TEST(GetRealFilePath, ResolvesLinksAndCutsToTheDestination) {
-    const std::string long_name = "/" + std::string(200, 'n');
-    FakeKernel kernel(KernelFiles{{"/data/file", ""}, {long_name, ""}});
+TEST_F(Helpers, ARealPathIsResolvedAndCut) {
+    const std::string x126 = "/" + std::string(126, 'x');
+    Boot(KernelFiles{{"/data/file", ""}, {x126 + "yy", ""}});
     kernel.MakeLink("/link", "/data/file");
     kernel.MakeLink("/loop", "/loop");
-    Monitor monitor;
-    char path[CorvaneCommon::MONITOR_NAME_LENGTH] = {};
-    EXPECT_EQ(monitor.GetRealFilePath(path, 128U, "/link", nullptr), 0);
-    EXPECT_STREQ(path, "/data/file");
-    EXPECT_EQ(monitor.GetRealFilePath(path, 6U, "/data/../link", nullptr), 0);
-    EXPECT_STREQ(path, "/data");
-    EXPECT_EQ(monitor.GetRealFilePath(path, 128U, long_name.c_str(), nullptr), 0);
-    EXPECT_EQ(path, long_name.substr(0, 127));
-
-    CapturingLog log;
-    EXPECT_EQ(monitor.GetRealFilePath(path, 128U, "/none", &log), COMMON_ERR_INVALID_ARGUMENTS);
-    EXPECT_EQ(monitor.GetRealFilePath(path, 0U, "/link", &log), COMMON_ERR_INVALID_ARGUMENTS);
-    EXPECT_EQ(monitor.GetRealFilePath(path, 128U, nullptr, &log), COMMON_ERR_INVALID_ARGUMENTS);
+    const auto resolve = [&](const std::string& path, uint32_t length = 128) {
+        return See([&] { return inside->GetRealFilePath(out.text, length, path.c_str(), log); });
+    };
+    EXPECT_EQ(resolve("/link"), "text /data/file");
+    EXPECT_EQ(resolve("/data/../link", 6), "text /data");
+    EXPECT_EQ(resolve(x126 + "yy"), "text " + x126);
+    // Links that the path came to be when it was cut: followed, unless the target is as long.
+    kernel.MakeLink(x126, "/elsewhere");
+    EXPECT_EQ(resolve(x126 + "yy"), "text /elsewhere");
+    kernel.MakeLink(x126, std::string(127, 't'));
+    EXPECT_EQ(resolve(x126 + "yy"), "text " + std::string(127, 't'));
+    kernel.MakeLink(x126, std::string(128, 't'));
+    EXPECT_EQ(resolve(x126 + "yy"), "text " + x126);
+    EXPECT_EQ(resolve("/loop"), "WRONG; file_path is not exist, file_path: /loop.");
     kernel.Fail(KernelCall::RealPath, 1, EACCES);
-    EXPECT_EQ(monitor.GetRealFilePath(path, 128U, "/link", &log), COMMON_ERR_INVALID_ARGUMENTS);
-    EXPECT_THAT(log.TakeTexts(),
-                ElementsAre("file_path is not exist, file_path: /none.",
-                            StartsWith("real_file_path is NULL or real_file_path_length <=0 or "
-                                       "file_path is NULL, real_file_path: 0x"),
-                            StartsWith("real_file_path is NULL or"),
-                            "/link can not resolved to real path, error_msg: Permission denied."));
+    EXPECT_EQ(resolve("/link"),
+              "WRONG; /link can not resolved to real path, error_msg: Permission denied.");
 }
 
 /// Assigns a record without a zero byte to another: how many of its bytes are not taken over.
@@ -185,11 +111,9 @@ int BytesLostByAssignment() {
     copy = full;
     const Record& itself = copy;
     copy = itself;
-    int lost = 0;
-    for (size_t i = 0; i < sizeof(full); ++i) {
-        lost += reinterpret_cast<const char*>(&copy)[i] == 'x' ? 0 : 1;
-    }
-    return lost;
+    const std::string bytes(reinterpret_cast<const char*>(&copy), sizeof(copy));
+    return static_cast<int>(sizeof(copy)) -
+           static_cast<int>(std::count(bytes.begin(), bytes.end(), 'x'));
 }
 
 TEST(Records, AssignmentTakesAllButTheLastCharacterOfANameThatNeverEnds) {
@@ -198,20 +122,18 @@ TEST(Records, AssignmentTakesAllButTheLastCharacterOfANameThatNeverEnds) {
     EXPECT_EQ(BytesLostByAssignment<CorvaneCommon::NetworkInfoResult>(), 2);
 }
 
-TEST(Checks, PathsAndPids) {
-    FakeKernel kernel(KernelFiles{{"/proc/17/stat", ""}});
-    Monitor monitor;
-    EXPECT_TRUE(monitor->IsFileExist("/proc/17"));
-    EXPECT_FALSE(monitor->IsFileExist("/proc/18"));
-    EXPECT_FALSE(monitor->IsFileExist(nullptr));
-    CapturingLog log;
-    EXPECT_TRUE(monitor->IsPIDValid(17, &log));
-    EXPECT_FALSE(monitor->IsPIDValid(0, &log));
-    EXPECT_FALSE(monitor->IsPIDValid(4294967295U, &log));
-    EXPECT_THAT(log.TakeTexts(), IsEmpty());
-    monitor.CloseFd(nullptr);
-    monitor.ClosePipeFd(nullptr);
-    monitor.ClosePipeFd(popen(":", "r"));
+TEST_F(Helpers, PathsPidsAndStreams) {
+    Boot(KernelFiles{{"/proc/17/stat", ""}});
+    EXPECT_TRUE(m->IsFileExist("/proc/17"));
+    EXPECT_FALSE(m->IsFileExist("/proc/18"));
+    EXPECT_FALSE(m->IsFileExist(nullptr));
+    EXPECT_TRUE(m->IsPIDValid(17, log));
+    EXPECT_FALSE(m->IsPIDValid(0, log));
+    EXPECT_FALSE(m->IsPIDValid(4294967295U, log));
+    EXPECT_TRUE(records.Take().empty());
+    inside->CloseFd(nullptr);
+    inside->ClosePipeFd(nullptr);
+    inside->ClosePipeFd(popen(":", "r"));
     EXPECT_EQ(waitpid(-1, nullptr, 0), -1) << "a child was left";
 }
 

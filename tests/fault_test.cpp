@@ -2,28 +2,17 @@
 //
 // After a fault the status is a defined one, nothing stays open or allocated, and on a healthy
 // kernel the monitor gives what a monitor gives that never met the fault.
-#include <gtest/gtest.h>
 #include <pthread.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <functional>
-#include <memory>
 #include <new>
 #include <optional>
-#include <set>
+#include <regex>
 #include <thread>
 
-#include "capturing_log.h"
-#include "fake_kernel.h"
-#include "kernel_texts.h"
-#include "monitor_test_peer.h"
+#include "host.h"
 
 namespace {
 
@@ -70,67 +59,37 @@ void operator delete[](void* memory, size_t /*size*/) noexcept {
 namespace corvane_test {
 namespace {
 
-using namespace CorvaneCommon;
+using CorvaneCommon::CMonitorPhysicalUtil;
 
-constexpr uint32_t PID = 4711;
 const char* PATHS[] = {"/data", "/srv/files"};
-
-bool IsDefined(int32_t status) {
-    return status == 0 || status == COMMON_ERR_INVALID_ARGUMENTS ||
-           status == COMMON_ERR_LINUX_SYSTEM_CALL_FAIL ||
-           status == COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE;
-}
-
-/// A descriptor that stayed open moves it up.
-int LowestFreeDescriptor() {
-    const int descriptor = dup(STDERR_FILENO);
-    close(descriptor);
-    return descriptor;
-}
 
 /// The kernel's texts after `t` seconds of steady load. Once something was unplugged, the last core
 /// and the last interface are gone.
 KernelFiles FilesAt(uint64_t t, bool unplugged = false) {
     std::vector<Core> cores = {{"cpu0", 40 * t, 60 * t}, {"cpu1", 10 * t, 90 * t}};
+    std::string nics = NicLine("eth0", 1000000 * t, 10 * t, 2000000 * t, 20 * t) +
+                       NicLine("eth1", 500000 * t, 5 * t, 500000 * t, 5 * t);
     if (!unplugged) {
         cores.push_back({"cpu2", 20 * t, 80 * t});
+        nics += NicLine("eth2", 3000000 * t, t, 1000000 * t, t);
     }
-    const std::string interfaces =
-        NetDevText({NicLine("eth0", 1000000 * t, 10 * t, 2000000 * t, 20 * t),
-                    NicLine("eth1", 500000 * t, 5 * t, 500000 * t, 5 * t),
-                    unplugged ? "" : NicLine("eth2", 3000000 * t, t, 1000000 * t, t)});
     return {{"/proc/stat", StatText(cores)},
             {"/proc/meminfo",
-             "MemTotal: 1000000 kB\nMemFree: 200000 kB\nBuffers: 50000 kB\nCached: 300000 kB\n"
-             "Shmem: 10000 kB\n"},
-            {"/proc/net/dev", interfaces},
+             "MemTotal: 5000 k\nMemFree: 1 k\nBuffers: 1 k\nCached: 1 k\nShmem: 1 k\n"},
+            {"/proc/net/dev", nics},
             {"/proc/diskstats",
              DiskLine("sda", 10 * t, 5 * t, 300 * t) + DiskLine("sdb", 20 * t, 5 * t, 400 * t) +
                  DiskLine("sdc", 30 * t, 5 * t, 500 * t) + DiskLine("md0", 50 * t, 5 * t, 0)},
-            {"/proc/mdstat", "Personalities : [raid1]\nmd0 : active raid1 sdc[1] sdb[0]\n"},
+            {"/proc/mdstat", "md0 : active raid1 sdc[1] sdb[0]\n"},
             {"/etc/mtab", "/dev/md0 /srv ext4 rw 0 0\n/dev/sda1 / ext4 rw 0 0\n"},
-            {"/proc/4711/stat", ProcessStatText(PID, "server", 30 * t, 3 * t)},
-            {"/proc/4711/status", "Name:\tserver\nVmSize:\t4096 kB\nVmRSS:\t2048 kB\n"},
-            {"/proc/4711/net/dev", interfaces},
-            {"/proc/4711/task/4711/stat", ProcessStatText(PID, "server", 5 * t, t)},
-            {"/proc/4711/task/4712/stat", ProcessStatText(PID, "worker", 25 * t, 2 * t)}};
+            {"/data/x", ""},
+            {"/srv/files/deep/x", ""},
+            {"/proc/17/stat", ProcessStatText(PID, "server", 30 * t, 3 * t)},
+            {"/proc/17/status", "VmSize:\t4096 kB\nVmRSS:\t2048 kB\n"},
+            {"/proc/17/net/dev", nics},
+            {"/proc/17/task/17/stat", ProcessStatText(PID, "server", 5 * t, t)},
+            {"/proc/17/task/18/stat", ProcessStatText(PID, "worker", 25 * t, 2 * t)}};
 }
-
-/// What a host gets of one operation, and statuses and figures of all that the monitor keeps. Has
-/// no padding and is compared as bytes.
-struct Records {
-    std::array<int32_t, 12> statuses = {};  // the operation's own first
-    std::array<int32_t, 4> process = {};
-    CPUInfoResult cpu[3];
-    MemoryInfo memory;
-    ProcessMemoryInfo process_memory;
-    NetworkInfoResult network[4];
-    DiskIOInfoResult disks[2];
-    DiskInfoResult space;
-    char text[4096] = {};
-
-    bool operator==(const Records& other) const { return memcmp(this, &other, sizeof(other)) == 0; }
-};
 
 /// Meets a monitor that knows no disk yet; a thread that could not be read misses one more figure;
 /// discovers anew when something was unplugged; measures several threads or disks, each for itself.
@@ -139,103 +98,71 @@ enum Habit { None, Registers, SkipsThreads, Rediscovers, GoesOn };
 struct Operation {
     const char* name;
     Habit habit;
-    int32_t (*run)(CMonitorPhysicalUtil& m, LogCategory* log, uint32_t pid, Records& r);
+    int32_t (*run)(CMonitorPhysicalUtil& m, LogCategory* log, Records& out);
 };
 
-// clang-format off
-#define OPERATION(habit, call) \
-    {#call, habit, []([[maybe_unused]] CMonitorPhysicalUtil& m, [[maybe_unused]] LogCategory* log, \
-                      [[maybe_unused]] uint32_t pid, [[maybe_unused]] Records& r) { return m.call; }}
-// clang-format on
+#define OPERATION(habit, call)                                               \
+    {                                                                        \
+#call, habit,                                                        \
+            [](CMonitorPhysicalUtil & m, [[maybe_unused]] LogCategory * log, \
+               [[maybe_unused]] Records & out) -> int32_t { return m.call; } \
+    }
 const Operation OPERATIONS[] = {
     OPERATION(Rediscovers, CalcCPUMonitorInfo(true, log)),
     OPERATION(Rediscovers, CalcCPUMonitorInfoForTinyCycle(true, log)),
-    OPERATION(None, GetCPUMonitorInfo(&r.cpu[0], "cpu1", true, log)),
-    OPERATION(SkipsThreads, CalcProcessCPUMonitorInfo(pid, log, true)),
-    OPERATION(GoesOn, CalcProcessCPUMonitorInfoForTinyCycle(pid, log)),
-    OPERATION(None, GetMemoryMonitorInfo(&r.memory, log)),
-    OPERATION(None, GetProcessMemoryMonitorInfo(&r.process_memory, pid, log)),
+    OPERATION(None, GetCPUMonitorInfo(&out.core, "cpu1", true, log)),
+    OPERATION(SkipsThreads, CalcProcessCPUMonitorInfo(PID, log, true)),
+    OPERATION(GoesOn, CalcProcessCPUMonitorInfoForTinyCycle(PID, log)),
+    OPERATION(None, GetMemoryMonitorInfo(&out.memory, log)),
+    OPERATION(None, GetProcessMemoryMonitorInfo(&out.process_memory, PID, log)),
     OPERATION(Rediscovers, CalcNetworkMonitorInfo(1, true, log)),
     OPERATION(Rediscovers, CalcNetworkMonitorInfoForTinyCycle(1, true, log)),
-    OPERATION(None, GetNetworkMonitorInfo(&r.network[0], "eth0", 1, true, log)),
-    OPERATION(Rediscovers, CalcProcessNetworkMonitorInfoForTinyCycle(pid, 1, true, log)),
-    OPERATION(None, GetProcessRawNetworkInfo(r.text, sizeof(r.text), pid, log)),
+    OPERATION(None, GetNetworkMonitorInfo(&out.interface, "eth0", 1, true, log)),
+    OPERATION(Rediscovers, CalcProcessNetworkMonitorInfoForTinyCycle(PID, 1, true, log)),
+    OPERATION(None, GetProcessRawNetworkInfo(out.text, sizeof(out.text), PID, log)),
     OPERATION(Registers, SetDiskInfo(PATHS, 2, log)),
-    OPERATION(None, GetDiskNameByFileName(r.text, 128, "/srv/files/deep", log)),
+    OPERATION(None, GetDiskNameByFileName(out.text, 128, "/srv/files/deep", log)),
     OPERATION(None, CalcDiskIOMonitorInfo(PATHS[0], 1, true, log)),
     OPERATION(GoesOn, CalcDiskIOMonitorInfo(PATHS[1], 1, true, log)),
     OPERATION(GoesOn, CalcDiskIOMonitorInfo({PATHS[0], PATHS[1]}, 1, true, log)),
-    OPERATION(None, GetDiskMonitorInfo(&r.space, PATHS[0], log)),
-    OPERATION(None, IsPIDValid(pid, log) ? 0 : COMMON_ERR_INVALID_ARGUMENTS),
-    OPERATION(None, IsFileExist(PATHS[0]) ? 0 : COMMON_ERR_INVALID_ARGUMENTS),
+    OPERATION(None, GetDiskMonitorInfo(&out.space, PATHS[0], log)),
 };
-
-Records Run(const Operation& operation, Monitor& monitor, LogCategory* log) {
-    Records r;
-    CMonitorPhysicalUtil& m = monitor.monitor;
-    const auto names = std::make_unique<DiskNameInfoResult>();
-    DiskNameInfoResult* target = names.get();
-    r.statuses = {operation.run(m, log, PID, r),
-                  m.GetCPUMonitorInfo(&r.cpu[1], log),
-                  m.GetCPUMonitorInfoForTinyCycle(&r.cpu[2], log),
-                  m.GetProcessCPUMonitorInfo(r.process[0], PID, log),
-                  m.GetProcessMaxThreadCPUMonitorInfo(r.process[1], PID, log),
-                  m.GetProcessCPUMonitorInfoForTinyCycle(r.process[2], r.process[3], PID, log),
-                  m.GetNetworkMonitorInfo(&r.network[1], log),
-                  m.GetNetworkMonitorInfoForTinyCycle(&r.network[2], log),
-                  m.GetProcessNetworkMonitorInfoForTinyCycle(&r.network[3], log),
-                  m.GetDiskIOMonitorInfo(&r.disks[0], PATHS[0], log),
-                  m.GetDiskIOMonitorInfo(&r.disks[1], PATHS[1], log),
-                  m.GetDiskNameInfo(target, log)};
-    // A call that made up for a fault lists in another order.
-    for (const std::string& name :
-         std::set<std::string>(names->disk_name, names->disk_name + names->disk_number)) {
-        strcat(strcat(r.text, " "), name.c_str());
-    }
-    return r;
-}
 
 /// A monitor with baselines at second 1, and the texts that it sees. What comes at second 1 again
 /// moves no figure, so it does not matter to later figures whether it failed.
-struct Scene {
-    explicit Scene(const Operation& measured, bool is_unplugged = false)
-        : operation(measured), unplugged(is_unplugged), kernel(FilesAt(1)) {
-        kernel.MakeFolder("/data");
-        kernel.MakeFolder("/srv/files/deep");
+struct Scene : Host {
+    Scene(const Operation& measured, bool is_unplugged)
+        : operation(measured), unplugged(is_unplugged) {
+        paths = {PATHS[0], PATHS[1]};
+        Boot(FilesAt(1));
         if (operation.habit != Registers) {
-            monitor->SetDiskInfo(PATHS, 2, nullptr);
+            m->SetDiskInfo(PATHS, 2, nullptr);
         }
         for (int pass = 0; pass < 2; ++pass) {
-            monitor->CalcProcessCPUMonitorInfo(PID, nullptr, true);
-            monitor->CalcProcessCPUMonitorInfoForTinyCycle(PID, nullptr);
+            m->CalcProcessCPUMonitorInfo(PID, nullptr, true);
+            m->CalcProcessCPUMonitorInfoForTinyCycle(PID, nullptr);
         }
         kernel.Write(FilesAt(1, unplugged));
     }
-
-    Records Now(LogCategory* log = nullptr) { return Run(operation, monitor, log); }
-
-    /// The operation's outcome over the next interval, without earlier peaks.
-    Records At(uint64_t time) {
+    std::string Now() {
+        return See([this] { return operation.run(*m, log, out); });
+    }
+    /// All that there is to see after the next interval, without earlier peaks. A call that made up
+    /// for a fault lists disks in another order.
+    std::string At(uint64_t time) {
         kernel.Write(FilesAt(time, unplugged));
-        monitor->ClearCPUPhasedCacheValue(nullptr);
-        monitor->ClearProcessCPUPhasedCacheValue(nullptr);
-        monitor->ClearNetWorkPhasedCacheValue(nullptr);
-        monitor->ClearDiskIOPhasedcacheValue(nullptr);
-        return Now();
+        m->ClearCPUPhasedCacheValue(nullptr);
+        m->ClearProcessCPUPhasedCacheValue(nullptr);
+        m->ClearNetWorkPhasedCacheValue(nullptr);
+        m->ClearDiskIOPhasedcacheValue(nullptr);
+        log = nullptr;
+        Forget();
+        return std::regex_replace(Now(), std::regex("disks[^;]*"), "");
     }
 
     const Operation& operation;
     const bool unplugged;
-    FakeKernel kernel;
-    Monitor monitor;
 };
-
-/// The outcomes of a monitor that meets no fault, at seconds 2 and 3.
-std::vector<Records> Undisturbed(const Operation& operation, bool unplugged) {
-    Scene scene(operation, unplugged);
-    scene.Now();
-    return {scene.At(2), scene.At(3)};
-}
 
 /// Of a call to the kernel, after some bytes of a file; without one, of an allocation.
 struct Fault {
@@ -245,23 +172,30 @@ struct Fault {
     size_t bytes = 0;
 };
 
-/// What became of a fault.
-enum class Met { NotAtAll, Recovered, Emptied };
+bool Begins(const std::string& seen, const char* status) {
+    return seen.rfind(status, 0) == 0;
+}
 
-/// Makes the n-th call or allocation fail during the operation, if there are as many.
-Met Meet(const Operation& operation, bool unplugged, const Fault& fault, int nth,
-         const std::vector<Records>& undisturbed) {
+/// What is said of the process without its threads.
+std::string ProcessPart(const std::string& seen) {
+    const size_t start = seen.find("process ");
+    return seen.substr(start, seen.find(' ', start + sizeof("process")) - start);
+}
+
+/// Makes the n-th call or allocation fail during the operation, if there are as many, and expects
+/// of the next two intervals what an undisturbed monitor gives. False when there are fewer.
+bool Meet(const Operation& operation, bool unplugged, const Fault& fault, int nth,
+          const std::string (&undisturbed)[2]) {
     Scene scene(operation, unplugged);
-    CapturingLog log(LOG_PRIORITY_TRACE);
-    const int descriptor = LowestFreeDescriptor();
-    int32_t status = 0;
+    scene.log = fault.call && fault.logged ? scene.log : nullptr;
     scene.kernel.ResetCounts();
     if (fault.call) {
         scene.kernel.Fail(*fault.call, nth, fault.error, fault.bytes);
     }
+    int32_t status = 0;
     try {
         allocations_to_failure = fault.call ? 0 : nth;
-        status = scene.Now(fault.call && fault.logged ? &log : nullptr).statuses[0];
+        status = operation.run(*scene.m, scene.log, scene.out);
     } catch (const std::bad_alloc&) {
         EXPECT_FALSE(fault.call);
     }
@@ -269,136 +203,80 @@ Met Meet(const Operation& operation, bool unplugged, const Fault& fault, int nth
         fault.call ? scene.kernel.Count(*fault.call) >= nth : allocations_to_failure <= 0;
     allocations_to_failure = 0;
     scene.kernel.Heal();
-    EXPECT_TRUE(IsDefined(status)) << status;
-    EXPECT_EQ(LowestFreeDescriptor(), descriptor);
+    EXPECT_EQ(scene.kernel.CountOpen(), 0);
+    EXPECT_TRUE(status == 0 || StatusName(status) != std::to_string(status)) << status;
     const bool of_reading = fault.call == KernelCall::Open || fault.call == KernelCall::Read;
     if (met && of_reading && (operation.habit == None || operation.habit == Rediscovers)) {
         EXPECT_NE(status, 0);
-        EXPECT_EQ(log.Records().empty(), !fault.logged);
+        EXPECT_EQ(scene.records.texts.empty(), !fault.logged);
     }
-
-    const Records next = scene.At(2);
-    if (scene.monitor.network_nic_name.empty()) {
+    const std::string next = scene.At(2);
+    if (scene.inside->network_nic_name.empty()) {
         // A rediscovery failed. An empty list of interfaces is never found to be incomplete.
-        EXPECT_EQ(status, COMMON_ERR_INVALID_ARGUMENTS);
-        EXPECT_EQ(next.statuses[0], 0);
-        return Met::Emptied;
-    }
-    if (!(next == undisturbed[0])) {
+        EXPECT_EQ(StatusName(status), "WRONG");
+        EXPECT_FALSE(Begins(next, "WRONG"));
+    } else if (next != undisturbed[0]) {
         if (fault.call && operation.habit == SkipsThreads) {
             EXPECT_EQ(status, 0);
-            EXPECT_EQ(next.process[0], undisturbed[0].process[0]);
+            EXPECT_EQ(ProcessPart(next), ProcessPart(undisturbed[0]));
         } else {
             // At most one rediscovery, which has to say so.
             EXPECT_TRUE(unplugged || !fault.call);
-            EXPECT_EQ(next.statuses[0], COMMON_ERR_INVALID_ARGUMENTS);
+            EXPECT_TRUE(Begins(next, "WRONG")) << next;
         }
         EXPECT_EQ(scene.At(3), undisturbed[1]);
     }
-    return met ? Met::Recovered : Met::NotAtAll;
+    return met;
 }
 
 TEST(Fault, EveryOneOfEveryOperation) {
     std::vector<Fault> faults = {{}, {KernelCall::Read, EIO, true, 40}};
     for (const KernelCall call : ALL_KERNEL_CALLS) {
         faults.push_back({call});
-        faults.push_back({call, EMFILE, false});
         faults.push_back({call, ESRCH, false});
     }
     int of_kernel = 0;
     int of_allocator = 0;
-    int emptied = 0;
     for (const Operation& operation : OPERATIONS) {
         for (const bool unplugged : {false, true}) {
-            const std::vector<Records> undisturbed = Undisturbed(operation, unplugged);
-            ASSERT_EQ(undisturbed[0].statuses[0], 0) << operation.name;
+            if (unplugged && operation.habit != Rediscovers) {
+                continue;
+            }
+            Scene scene(operation, unplugged);
+            scene.Now();
+            const std::string undisturbed[] = {scene.At(2), scene.At(3)};
             for (const Fault& fault : faults) {
-                const bool known = unplugged && operation.habit != Rediscovers;
-                Met met = known ? Met::NotAtAll : Met::Recovered;
-                for (int nth = 1; met != Met::NotAtAll && !HasFailure(); ++nth) {
+                bool met = true;
+                for (int nth = 1; met && !testing::Test::HasFailure(); ++nth) {
                     SCOPED_TRACE(testing::Message()
                                  << operation.name << ", fault " << &fault - &faults[0]
                                  << ", number " << nth << ", unplugged " << unplugged);
                     const int64_t live = live_allocations;
                     met = Meet(operation, unplugged, fault, nth, undisturbed);
                     EXPECT_EQ(live_allocations, live);
-                    (fault.call ? of_kernel : of_allocator) += met == Met::NotAtAll ? 0 : 1;
-                    emptied += met == Met::Emptied ? 1 : 0;
+                    (fault.call ? of_kernel : of_allocator) += met ? 1 : 0;
                 }
             }
         }
     }
     EXPECT_GT(of_kernel, 100);
-    EXPECT_GT(of_allocator, 100);
-    EXPECT_EQ(emptied, 21);  // three operations: opening and reading in three ways, reading on
-}
-
-// A log is only written to: with and without one, every operation comes to the same.
-TEST(Fault, BrokenTextsComeToTheSameWithoutALog) {
-    const auto cut = [](const std::string& text) { return text.substr(0, text.size() / 2); };
-    const auto without_numbers = [](std::string text) {
-        std::replace_if(
-            text.begin(), text.end(), [](char c) { return isdigit(c) != 0; }, 'x');
-        return text;
-    };
-    const auto in_one_line = [](std::string text) {
-        std::replace(text.begin(), text.end(), '\n', ' ');
-        return text;
-    };
-    const std::function<std::string(const std::string&)> breaks[] = {
-        [](const std::string&) { return ""; }, cut, without_numbers, in_one_line};
-    int failed = 0;
-    for (const Operation& operation : OPERATIONS) {
-        for (const auto& [path, text] : FilesAt(1)) {
-            for (const auto& broken : breaks) {
-                const auto outcome = [&](LogCategory* log) {
-                    Scene scene(operation);
-                    scene.kernel.Write(path, broken(text));
-                    return scene.Now(log);
-                };
-                CapturingLog log(LOG_PRIORITY_TRACE);
-                const Records logged = outcome(&log);
-                EXPECT_EQ(outcome(nullptr), logged) << operation.name << path;
-                failed += logged.statuses[0] == 0 ? 0 : 1;
-            }
-        }
-    }
-    EXPECT_GT(failed, 50);
+    EXPECT_GT(of_allocator, 40);
 }
 
 TEST(Fault, EveryKernelCallOfConstructionLeavesAUsableMonitor) {
     for (const KernelCall call : {KernelCall::Open, KernelCall::Read}) {
         for (const int nth : {1, 2}) {
-            FakeKernel kernel(FilesAt(1));
-            kernel.Fail(call, nth, EMFILE);
-            const int descriptor = LowestFreeDescriptor();
-            Monitor monitor;
-            EXPECT_EQ(LowestFreeDescriptor(), descriptor);
-            kernel.Heal();
+            Host host;
+            host.kernel.Fail(call, nth, EMFILE);
+            host.Boot(FilesAt(1));
             // The first open is the interfaces', the second the cores', which are found again.
-            EXPECT_EQ(monitor.network_nic_name.empty(), nth == 1);
-            EXPECT_EQ(monitor->CalcCPUMonitorInfo(true, nullptr),
-                      nth == 1 ? 0 : COMMON_ERR_INVALID_ARGUMENTS);
-            EXPECT_EQ(monitor->CalcCPUMonitorInfo(true, nullptr), 0);
-            EXPECT_EQ(monitor->CalcNetworkMonitorInfo(1, true, nullptr), 0);
+            EXPECT_EQ(host.inside->network_nic_name.empty(), nth == 1);
+            EXPECT_EQ(host.See([&] { return host.m->CalcCPUMonitorInfo(true, nullptr); }),
+                      nth == 1 ? "" : "WRONG; cpu 3 0; tiny cpu 3 0");
+            EXPECT_EQ(host.See([&] { return host.m->CalcNetworkMonitorInfo(1, true, nullptr); }),
+                      "");
         }
     }
-}
-
-TEST(Fault, EveryProcessOfThisMachine) {
-    Monitor monitor;
-    CapturingLog log(LOG_PRIORITY_TRACE);
-    const int descriptor = LowestFreeDescriptor();
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-        const auto pid = strtoul(entry.path().filename().c_str(), nullptr, 10);  // else 0
-        for (const Operation& operation : OPERATIONS) {
-            Records r;
-            EXPECT_TRUE(
-                IsDefined(operation.run(monitor.monitor, &log, static_cast<uint32_t>(pid), r)))
-                << operation.name << pid;
-        }
-    }
-    EXPECT_EQ(LowestFreeDescriptor(), descriptor);
 }
 
 // The header promises that 96 KiB are enough, the rest is the test's; who needs more dies.
@@ -415,8 +293,9 @@ TEST(Fault, NoOperationOverflowsASmallStack) {
     pthread_setattr_default_np(&small);
     std::thread([] {
         for (const Operation& operation : OPERATIONS) {
-            Undisturbed(operation, false);
-            Undisturbed(operation, true);
+            for (const bool unplugged : {false, true}) {
+                Scene(operation, unplugged).Now();
+            }
         }
     }).join();
 }

@@ -188,4 +188,7 @@ class Page(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    outcome = unittest.main(exit=False, verbosity=2).result
+    for test, reason in outcome.skipped:
+        print(f"skipped: {test}: {reason}")
+    sys.exit(not outcome.wasSuccessful() or (77 if len(outcome.skipped) == outcome.testsRun else 0))

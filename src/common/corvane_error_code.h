@@ -19,3 +19,7 @@ constexpr int32_t COMMON_ERR_LINUX_SYSTEM_CALL_FAIL = CommonErrorCode(13);
 
 /// No previous sample is cached for the key, so no difference can be taken.
 constexpr int32_t COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE = CommonErrorCode(14);
+
+/// The directory has no block device behind it: tmpfs, nfs, proc and their like. Strict reading
+/// only.
+constexpr int32_t COMMON_ERR_NO_BLOCK_DEVICE = CommonErrorCode(15);

@@ -18,13 +18,18 @@
 // files are read as 64-bit unsigned; more digits than fit read as 2^64 - 1. An allocation that
 // fails can leave an operation as std::bad_alloc; nothing else is thrown.
 //
-// Limits: a cycle reads a kernel file up to 40959 characters; a call needs up to 96 KiB of stack,
-// besides what the host's log writer takes.
+// Kernel files are read in one of two ways. The compatible reading, the default, finds names as
+// text and reads up to 40959 characters of a file; the operations say what follows.
+// SetStrictReading() chooses the strict one, in which fields are compared whole, files are read
+// whole, and a figure is either true or a failure.
+//
+// A call needs up to 96 KiB of stack, besides what the host's log writer takes.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -40,11 +45,13 @@ int32_t GetDiskSize(uint64_t& total, uint64_t& free, const char* file_path,
 
 namespace CorvaneCommon {
 
+struct ProcessCPUFigures;  // internal
+
 constexpr size_t MONITOR_NAME_LENGTH = 128;   ///< every name and path in a record, NUL included
 constexpr size_t MONITOR_MAX_DISK_NUM = 128;  ///< rows of the table of registered disks
 
 /// One "cpu" line of /proc/stat. Running totals in clock ticks. iowait is part of the total but not
-/// busy; guest time is inside `user`; steal (column 8) is not read and appears nowhere.
+/// busy; guest time is inside `user`.
 struct CPUInfo {
     CPUInfo() = default;                ///< empty names, every number 0
     CPUInfo(const CPUInfo&) = default;  ///< a plain copy
@@ -61,6 +68,7 @@ struct CPUInfo {
     uint64_t irq = 0;                              ///< column 6
     uint64_t softirq = 0;                          ///< column 7
     uint64_t max_cpu_utilization = 0;              ///< stored sample: peak or latest whole percent
+    uint64_t steal = 0;  ///< column 8, strict reading only: part of the total, not busy
 };
 
 /// CPU utilisation as the host receives it.
@@ -69,11 +77,19 @@ struct CPUInfoResult {
     uint32_t cpu_utilization = 0;  ///< whole percent, rounded up; the machine: sum over its cores
 };
 
+/// One core as the latest normal pass found it.
+struct CPUCoreInfo {
+    char cpu_core_name[MONITOR_NAME_LENGTH] = {};  ///< cpu0, cpu1, ...
+    uint32_t cpu_utilization = 0;                  ///< whole percent, rounded up
+};
+
 /// One thread's CPU time: /proc/PID/task/TID/stat, running totals in clock ticks.
 struct ThreadCPUInfo {
-    uint32_t tid = 0;     ///< name of the entry under /proc/PID/task
-    uint64_t user = 0;    ///< field 14, utime
-    uint64_t system = 0;  ///< field 15, stime
+    uint32_t tid = 0;         ///< name of the entry under /proc/PID/task
+    uint64_t user = 0;        ///< field 14, utime
+    uint64_t system = 0;      ///< field 15, stime
+    uint64_t start_time = 0;  ///< field 22, strict reading only: ticks since boot, tells it apart
+                              ///< from another thread that is given the same number
 };
 
 /// One process's CPU time: /proc/PID/stat, running totals in clock ticks.
@@ -86,6 +102,8 @@ struct ProcessCPUInfo {
     int64_t max_cpu_utilization = 0;         ///< peak of the process, whole percent of one core
     int64_t max_thread_cpu_utilization = 0;  ///< peak of its busiest thread, whole percent
     std::map<uint32_t, ThreadCPUInfo> thread_cpu_info;  ///< threads sampled, by tid
+    uint64_t start_time = 0;  ///< field 22, strict reading only: ticks since boot
+    uint64_t sampled_at = 0;  ///< strict reading only: microseconds of CLOCK_MONOTONIC
 };
 
 /// Memory of the machine, from /proc/meminfo.
@@ -133,6 +151,15 @@ struct NetworkInfoResult {
     uint64_t output_packets = 0;                     ///< packets transmitted per second
 };
 
+/// One interface as the latest normal pass found it. Strict reading only.
+struct NetworkInterfaceInfo {
+    char nic_name[MONITOR_NAME_LENGTH] = {};
+    uint64_t input_bytes = 0;     ///< received, bytes per second, truncated
+    uint64_t input_packets = 0;   ///< received, packets per second
+    uint64_t output_bytes = 0;    ///< transmitted, bytes per second, truncated
+    uint64_t output_packets = 0;  ///< transmitted, packets per second
+};
+
 /// Names of the registered disks.
 struct DiskNameInfoResult {
     char disk_name[MONITOR_MAX_DISK_NUM][MONITOR_NAME_LENGTH] = {};  ///< in registration order
@@ -141,7 +168,8 @@ struct DiskNameInfoResult {
 
 /// Load of the disk behind one directory.
 struct DiskIOInfoResult {
-    char disk_name[MONITOR_NAME_LENGTH] = {};  ///< disk measured; empty for a RAID array
+    char disk_name[MONITOR_NAME_LENGTH] = {};  ///< disk measured; for a RAID array empty, in the
+                                               ///< strict reading its own name
     uint32_t disk_io_rate = 0;  ///< percent of the interval with I/O in flight, 0 to 100; on a
                                 ///< device with many queues 100 does not mean saturated
     uint32_t disk_iops = 0;     ///< reads plus writes completed per second
@@ -497,6 +525,74 @@ public:
     int32_t GetDiskMonitorInfo(DiskInfoResult* disk_info_result, const char* file_path,
                                LogCategory* log_handle);
 
+    // ---- The strict reading, and what goes beyond the cycles: all of it opt-in ----
+    //
+    // With the strict reading every operation above keeps its arguments, its order of checks and
+    // the meaning of its statuses; what is different:
+    //
+    // Cores: those that come or go fail no pass and touch no peak: the sum is over the cores that
+    // the baseline and the sample both hold. Steal is part of the total. A column that steps back
+    // (the kernel's idle and iowait do) counts as no time in it, and no core is above 100. An
+    // unknown core is COMMON_ERR_INVALID_ARGUMENTS and discovers nothing.
+    //
+    // Processes: names may hold anything. Time is the clock's, not the machine's ticks, so one pass
+    // primes and the second measures. A pid that is another process by its start time is primed
+    // anew, and its figures until the next pass are the old one's no longer but
+    // COMMON_ERR_INVALID_ARGUMENTS; a thread likewise. A pass within 50 ms of the one before
+    // changes nothing: the kernel counts in ticks of 10. No figure is negative. A process none of
+    // whose threads could be measured has no busiest thread: COMMON_ERR_INVALID_ARGUMENTS. In
+    // CalcProcessCPUInfoForTinyCycle the samples' `sampled_at` tells the time; the machine's sample
+    // only has to be there.
+    //
+    // Memory: a missing Buffers, Cached or Shmem line is 0; figures that do not fit each other
+    // (more free than there is) are COMMON_ERR_INVALID_ARGUMENTS.
+    //
+    // Network: measured are the interfaces named with SetNetworkInterfaces, without any all but
+    // "lo". A new one, or one whose counters fell, gives its first figure in the pass after; one
+    // that goes takes only its own figures with it. A pass that could measure none fails:
+    // COMMON_ERR_INVALID_ARGUMENTS when there is none in the file,
+    // COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE when all are new. The tiny cycles measure the first
+    // interface named, and without any the busiest of each direction; a failed pass empties their
+    // result. A process's namespace may hold other interfaces in any order; the first pass over
+    // another pid's only takes its samples.
+    //
+    // Disks: a directory's device is its device number (stat), and where that names no device, as
+    // on btrfs, the source of its mount in /proc/self/mountinfo. It is measured by the line of
+    // /proc/diskstats with that number, a partition by its whole disk (/sys/dev/block), an array
+    // by its busiest member (/proc/mdstat, whatever its level and state), and so is an NVMe disk
+    // of several paths. SetDiskInfo registers every directory that it can and returns the first
+    // failure; one without a block device is registered without one, and asking for its name or
+    // its load is COMMON_ERR_NO_BLOCK_DEVICE. Registering again looks anew. Measuring reads
+    // /proc/diskstats once a call and never touches a directory that is spelled as it was
+    // registered, so that a dead mount cannot hold it up. A counter that fell is
+    // COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE in that pass.
+
+    /// Chooses the reading for every operation from now on, and discovers anew: all samples,
+    /// results, peaks and registered directories of the other reading are dropped. Call it once, at
+    /// start.
+    /// @return 0, or the status of the discovery of interfaces or cores that failed; the reading is
+    ///         chosen all the same.
+    int32_t SetStrictReading(bool strict, LogCategory* log_handle);
+
+    /// Names the interfaces that the strict reading measures, the first one for the tiny cycles
+    /// too, and discovers them anew. Null or 0 names none: all but "lo". Null and empty entries are
+    /// skipped. The compatible reading remembers the names and does nothing else.
+    /// @return 0, or the status of a discovery that failed.
+    int32_t SetNetworkInterfaces(const char** nic_name, uint32_t nic_name_num,
+                                 LogCategory* log_handle);
+
+    /// Every interface that the latest CalcNetworkMonitorInfo measured, in the order of
+    /// /proc/net/dev; none when it failed. Strict reading only. Reads no file.
+    /// @return 0, or COMMON_ERR_INVALID_ARGUMENTS (vector emptied) with the compatible reading.
+    int32_t GetNetworkInterfaceInfo(std::vector<NetworkInterfaceInfo>& network_interface_infos,
+                                    LogCategory* log_handle);
+
+    /// Every core that the latest CalcCPUMonitorInfo measured, in the order of /proc/stat, each
+    /// with that pass's figure, no peak; none when it could not read the file. Strict reading only.
+    /// Reads no file.
+    /// @return 0, or COMMON_ERR_INVALID_ARGUMENTS (vector emptied) with the compatible reading.
+    int32_t GetCPUCoreInfo(std::vector<CPUCoreInfo>& cpu_core_infos, LogCategory* log_handle);
+
 private:
     friend struct MonitorPhysicalUtilTestPeer;
 
@@ -510,6 +606,11 @@ private:
         std::map<uint32_t, ProcessCPUInfo>& process_cpu_info;
     };
 
+    /// What the reading that SetStrictReading chose does in its own way.
+    struct Reading;
+    static const Reading COMPATIBLE_READING;
+    static const Reading STRICT_READING;
+
     /// What differs between the three walks over an interface table.
     struct NetworkCycle {
         using Calc = int32_t (CMonitorPhysicalUtil::*)(NetworkInfoResult*, NetworkInfo*,
@@ -521,6 +622,26 @@ private:
         Calc calc;                  ///< rates of one interface
         Store store;                ///< how they enter `network_info_result`
         NetworkInfoResult& network_info_result;
+
+        // Strict reading
+        std::map<std::string, NetworkInfo>& old_network_info;
+        std::vector<std::string>& nic_names;  ///< interfaces of the table as it is now
+        std::vector<NetworkInterfaceInfo>* network_interface_infos;  ///< null: a tiny cycle
+    };
+
+    /// What a directory registered with the strict reading is measured by.
+    struct DiskTarget {
+        std::string disk_name;           ///< its device; empty: it has none
+        std::string file_system;         ///< the mount's type, for a directory without a device
+        std::vector<std::string> lines;  ///< names in /proc/diskstats: one, or an array's members
+    };
+
+    /// A line of /proc/diskstats in the latest call that measured it.
+    struct DiskLineFigures {
+        uint64_t pass = 0;  ///< number of that call
+        int32_t status = 0;
+        uint32_t disk_io_rate = 0;
+        uint32_t disk_iops = 0;
     };
 
     CMonitorPhysicalUtil();
@@ -548,6 +669,11 @@ private:
     static void CloseFd(FILE* fd);
     static void ClosePipeFd(FILE* fd);
 
+    // Readings
+    std::vector<char>* WholeText();
+    void DropInterfaces();
+    void DropAll();
+
     // CPU
     int32_t InitDefaultCPUInfo(LogCategory* log_handle);
     int32_t StoreFirstCPUInfo(const std::string& line, LogCategory* log_handle);
@@ -557,9 +683,16 @@ private:
     int32_t CalcCPUInfo(uint32_t& cpu_utilization, const char* cpu_core_name,
                         std::map<std::string, CPUInfo>& old_cpu_infos, CPUInfo* now_cpu_info,
                         bool refresh, bool refresh_max_value, LogCategory* log_handle);
-    int32_t CalcAllCPUInfo(uint32_t& machine_figure, bool keep_peak,
+    int32_t CalcKnownCores(uint32_t& machine_figure, bool keep_peak,
                            std::map<std::string, CPUInfo>& old_cpu_infos, bool refresh,
                            LogCategory* log_handle);
+    int32_t CalcListedCores(uint32_t& machine_figure, bool keep_peak,
+                            std::map<std::string, CPUInfo>& old_cpu_infos, bool refresh,
+                            LogCategory* log_handle);
+    int32_t SampleListedCores(std::vector<CPUCoreInfo>& measured,
+                              std::map<std::string, CPUInfo>& old_cpu_infos, bool refresh,
+                              LogCategory* log_handle);
+    int32_t DiscoverListedCores(LogCategory* log_handle);
     int32_t ReinitCPUInfo(LogCategory* log_handle);
 
     // Process CPU
@@ -571,12 +704,22 @@ private:
                                int32_t& max_thread_cpu_utilization, CPUInfo* now_cpu_info,
                                ProcessCPUInfo* now_process_cpu_info, uint32_t pid, bool refresh,
                                bool cal_max_thread_cpu, LogCategory* log_handle);
-    int32_t CalcProcessCPUSinceBaselines(int32_t& process_cpu_utilization,
-                                         int32_t& max_thread_cpu_utilization, bool& primed,
+    int32_t CalcProcessCPUSinceBaselines(ProcessCPUFigures& figures,
                                          const ProcessCPUBaselines& baselines,
                                          CPUInfo* now_cpu_info,
                                          ProcessCPUInfo* now_process_cpu_info, uint32_t pid,
                                          bool cal_max_thread_cpu, LogCategory* log_handle);
+    int32_t CalcProcessCPUPeaks(ProcessCPUFigures& figures, CPUInfo* now_cpu_info,
+                                ProcessCPUInfo* now_process_cpu_info, uint32_t pid, bool refresh,
+                                bool cal_max_thread_cpu, LogCategory* log_handle);
+    ProcessCPUFigures CalcProcessByMachine(const ProcessCPUBaselines& baselines,
+                                           CPUInfo& now_cpu_info,
+                                           ProcessCPUInfo& now_process_cpu_info, uint32_t pid,
+                                           bool cal_max_thread_cpu);
+    ProcessCPUFigures CalcProcessByClock(const ProcessCPUBaselines& baselines,
+                                         CPUInfo& now_cpu_info,
+                                         ProcessCPUInfo& now_process_cpu_info, uint32_t pid,
+                                         bool cal_max_thread_cpu);
     int32_t GetProcessAndMachineCPUInfo(ProcessCPUInfo* now_process_cpu_info, CPUInfo* now_cpu_info,
                                         uint32_t pid, bool get_thread_cpu, LogCategory* log_handle);
 
@@ -595,8 +738,12 @@ private:
     int32_t CalcNetworkInfo(NetworkInfoResult* network_info_result, NetworkInfo* now_network_info,
                             const char* nic_name, uint64_t time_interval, bool refresh,
                             LogCategory* log_handle);
-    int32_t CalcAllNetworkInfo(char* raw_network_info, const NetworkCycle& cycle,
-                               uint64_t time_interval, bool refresh, LogCategory* log_handle);
+    int32_t CalcKnownInterfaces(char* raw_network_info, const NetworkCycle& cycle,
+                                uint64_t time_interval, bool refresh, LogCategory* log_handle);
+    int32_t CalcListedInterfaces(char* raw_network_info, const NetworkCycle& cycle,
+                                 uint64_t time_interval, bool refresh, LogCategory* log_handle);
+    int32_t DiscoverListedInterfaces(LogCategory* log_handle);
+    bool IsNicWanted(const char* nic_name) const;
     int32_t CalcHostNetworkInfo(const NetworkCycle& cycle, uint64_t time_interval, bool refresh,
                                 LogCategory* log_handle);
 
@@ -621,6 +768,37 @@ private:
     int32_t CalcDiskIOOfRealPath(const char* file_path, const char* real_file_path,
                                  uint64_t time_interval, bool refresh,
                                  DiskIOResultMap* measured_disks, LogCategory* log_handle);
+    int32_t SetDisksByName(const char** file_path, uint32_t file_path_num, LogCategory* log_handle);
+    int32_t GetDiskNameByMount(char* disk_name, uint32_t disk_name_length, const char* file_path,
+                               LogCategory* log_handle);
+    int32_t CalcDiskByName(const char* file_path, uint64_t time_interval, bool refresh,
+                           LogCategory* log_handle);
+    int32_t CalcDisksByName(const std::vector<const char*>& file_paths, uint64_t time_interval,
+                            bool refresh, LogCategory* log_handle);
+
+    // Disks by device number
+    int32_t SetDisksByNumber(const char** file_path, uint32_t file_path_num,
+                             LogCategory* log_handle);
+    void SetMembersOfArrays();
+    int32_t FindDirectoryDevice(const char* file_path, uint64_t& device_number,
+                                std::string& file_system, LogCategory* log_handle);
+    int32_t SetDiskTarget(const char* file_path, uint64_t device_number, std::string file_system,
+                          char* proc_diskstats, LogCategory* log_handle);
+    int32_t SetFirstSamples(const DiskTarget& target, char* proc_diskstats,
+                            LogCategory* log_handle);
+    void ListDisk(const char* disk_name, LogCategory* log_handle);
+    const DiskTarget* FindDiskTarget(const char* file_path, LogCategory* log_handle);
+    int32_t GetDiskNameOfTarget(char* disk_name, uint32_t disk_name_length, const char* file_path,
+                                LogCategory* log_handle);
+    int32_t CalcDiskByNumber(const char* file_path, uint64_t time_interval, bool refresh,
+                             LogCategory* log_handle);
+    int32_t CalcDisksByNumber(const std::vector<const char*>& file_paths, uint64_t time_interval,
+                              bool refresh, LogCategory* log_handle);
+    int32_t CalcDiskTarget(char* proc_diskstats, const char* file_path, uint64_t time_interval,
+                           bool refresh, LogCategory* log_handle);
+    const DiskLineFigures& CalcDiskLine(char* proc_diskstats, const std::string& line_name,
+                                        uint64_t time_interval, bool refresh,
+                                        LogCategory* log_handle);
 
     // The declaration order is the order of construction.
     std::vector<std::string> m_network_nic_name;
@@ -649,6 +827,17 @@ private:
     std::map<std::string, DiskIOInfoResult> m_disk_io_result_info;  // key: the path as passed
     std::map<std::string, std::string> m_dir_to_disk_map;  // mount points and paths once resolved
     std::map<std::string, std::vector<std::string>> m_raid_to_disk_map;
+    const Reading* m_reading = &COMPATIBLE_READING;
+    std::vector<CPUCoreInfo> m_cpu_core_info;  // strict reading: measured by the latest pass
+    std::vector<CPUCoreInfo> m_tiny_cycle_cpu_core_info;
+    std::vector<char> m_file_text;                     // strict reading: files that are read whole
+    std::vector<std::string> m_wanted_nic_name;        // named by the host; empty: all but "lo"
+    std::vector<std::string> m_proc_network_nic_name;  // strict reading, of m_proc_network_pid
+    uint32_t m_proc_network_pid = 0;
+    std::vector<NetworkInterfaceInfo> m_network_interface_info;
+    std::map<std::string, DiskTarget, std::less<>> m_disk_target;  // key: the path as passed
+    std::map<std::string, DiskLineFigures> m_disk_line_figures;    // by name of the line
+    uint64_t m_disk_pass = 0;
 };
 
 }  // namespace CorvaneCommon

@@ -6,6 +6,7 @@
 #include "monitor_physical_util.h"
 #include "monitor_physical_util_internal.h"
 #include "monitor_physical_util_log.h"
+#include "monitor_physical_util_reading.h"
 #include "monitor_physical_util_text.h"
 
 namespace CorvaneCommon {
@@ -20,8 +21,8 @@ uint64_t BusyTicks(const CPUInfo& cpu) {
     return cpu.user + cpu.nice + cpu.system + cpu.irq + cpu.softirq;
 }
 
-/// Busy share of the ticks between two samples in whole percent, rounded up. Counters that fell
-/// wrap: the figure is then whatever the formula gives.
+}  // namespace
+
 uint32_t BusyPercent(const CPUInfo& old_cpu, const CPUInfo& now_cpu) {
     const uint64_t elapsed = TotalTicks(now_cpu) - TotalTicks(old_cpu);
     if (elapsed == 0) {
@@ -30,8 +31,6 @@ uint32_t BusyPercent(const CPUInfo& old_cpu, const CPUInfo& now_cpu) {
     const uint64_t busy = (BusyTicks(now_cpu) - BusyTicks(old_cpu)) * PERCENT;
     return static_cast<uint32_t>(CeilQuotient<int64_t>(busy, elapsed));
 }
-
-}  // namespace
 
 CPUInfo& CPUInfo::operator=(const CPUInfo& other) {
     if (this == &other) {
@@ -46,6 +45,7 @@ CPUInfo& CPUInfo::operator=(const CPUInfo& other) {
     irq = other.irq;
     softirq = other.softirq;
     max_cpu_utilization = other.max_cpu_utilization;
+    steal = other.steal;
     return *this;
 }
 
@@ -119,20 +119,23 @@ int32_t CMonitorPhysicalUtil::GetCPUInfo(CPUInfo* now_cpu_info, const char* cpu_
                     static_cast<const void*>(now_cpu_info));
         return COMMON_ERR_INVALID_ARGUMENTS;
     }
-    char buffer[FILE_BUFFER_LENGTH];
-    const int32_t ret = GetRawCPUInfo(buffer, sizeof(buffer), log_handle);
+    KernelText text(WholeText());
+    const int32_t ret = text.Fill([&](char* raw_cpu_info, uint32_t length) {
+        return GetRawCPUInfo(raw_cpu_info, length, log_handle);
+    });
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetRawCPUInfo failed, ret: %d.", ret);
         return ret;
     }
-    // The kernel lists "cpu" first and the cores in ascending order, so the first occurrence of a
-    // core's name is its own line.
-    char* const line = strstr(buffer, cpu_core_name);
+    char* const buffer = text.Data();
+    char* const line = m_reading->find_cpu_line(buffer, cpu_core_name);
     if (line == nullptr) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
                     "%s Can not find %s, maybe cpu changed, reinit cpu info.", buffer,
                     cpu_core_name);
-        InitDefaultCPUInfo(log_handle);
+        if (m_reading->rediscovers) {
+            InitDefaultCPUInfo(log_handle);
+        }
         return COMMON_ERR_INVALID_ARGUMENTS;
     }
     if (CutLine(line) == nullptr) {
@@ -140,7 +143,7 @@ int32_t CMonitorPhysicalUtil::GetCPUInfo(CPUInfo* now_cpu_info, const char* cpu_
                     cpu_core_name);
         return COMMON_ERR_INVALID_ARGUMENTS;
     }
-    if (!ParseCPULine(line, *now_cpu_info)) {
+    if (!m_reading->parse_cpu_line(line, *now_cpu_info)) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "sscanf failed, file: %s, buf: %s.", STAT_PATH,
                     line);
         return COMMON_ERR_LINUX_SYSTEM_CALL_FAIL;
@@ -175,7 +178,7 @@ int32_t CMonitorPhysicalUtil::CalcCPUInfo(uint32_t& cpu_utilization, const char*
         return COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE;
     }
     CPUInfo& old_cpu_info = found->second;
-    cpu_utilization = BusyPercent(old_cpu_info, *now_cpu_info);
+    cpu_utilization = m_reading->cpu_percent(old_cpu_info, *now_cpu_info);
     if (refresh_max_value) {
         old_cpu_info.max_cpu_utilization =
             std::max<uint64_t>(old_cpu_info.max_cpu_utilization, cpu_utilization);
@@ -195,7 +198,7 @@ int32_t CMonitorPhysicalUtil::ReinitCPUInfo(LogCategory* log_handle) {
     return COMMON_ERR_INVALID_ARGUMENTS;
 }
 
-int32_t CMonitorPhysicalUtil::CalcAllCPUInfo(uint32_t& machine_figure, bool keep_peak,
+int32_t CMonitorPhysicalUtil::CalcKnownCores(uint32_t& machine_figure, bool keep_peak,
                                              std::map<std::string, CPUInfo>& old_cpu_infos,
                                              bool refresh, LogCategory* log_handle) {
     char buffer[FILE_BUFFER_LENGTH];
@@ -254,13 +257,14 @@ int32_t CMonitorPhysicalUtil::CalcAllCPUInfo(uint32_t& machine_figure, bool keep
 }
 
 int32_t CMonitorPhysicalUtil::CalcCPUMonitorInfo(bool refresh, LogCategory* log_handle) {
-    return CalcAllCPUInfo(m_all_max_cpu_utilization, true, m_old_cpu_info, refresh, log_handle);
+    return (this->*m_reading->calc_cores)(m_all_max_cpu_utilization, true, m_old_cpu_info, refresh,
+                                          log_handle);
 }
 
 int32_t CMonitorPhysicalUtil::CalcCPUMonitorInfoForTinyCycle(bool refresh,
                                                              LogCategory* log_handle) {
-    return CalcAllCPUInfo(m_all_tiny_cycle_cpu_utilization, false, m_old_tiny_cycle_cpu_info,
-                          refresh, log_handle);
+    return (this->*m_reading->calc_cores)(m_all_tiny_cycle_cpu_utilization, false,
+                                          m_old_tiny_cycle_cpu_info, refresh, log_handle);
 }
 
 int32_t CMonitorPhysicalUtil::GetCPUMonitorInfo(CPUInfoResult* cpu_info_result,

@@ -3,8 +3,12 @@
 
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <limits>
+#include <map>
+#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "monitor_physical_util.h"
@@ -19,11 +23,19 @@ namespace CorvaneCommon {
 /// A line of /proc/stat: name and seven numbers. Sets nothing else.
 bool ParseCPULine(const char* line, CPUInfo& cpu_info);
 
+/// The same, strictly: a kernel 2.4 has the first four numbers only, newer ones a number of steal.
+bool ParseCoreLine(const char* line, CPUInfo& cpu_info);
+
 /// /proc/PID/stat: fields 14 to 17.
 bool ParseProcessTimes(const char* line, ProcessCPUInfo& process_cpu_info);
 
 /// /proc/PID/task/TID/stat: fields 14 and 15.
-bool ParseThreadTimes(const char* line, uint64_t& user, uint64_t& system);
+bool ParseThreadTimes(const char* line, ThreadCPUInfo& thread_cpu_info);
+
+/// The same two files with fields counted from the last ")", as a name may hold anything, and with
+/// field 22, the start time.
+bool ParseProcessStat(const char* text, ProcessCPUInfo& process_cpu_info);
+bool ParseThreadStat(const char* text, ThreadCPUInfo& thread_cpu_info);
 
 /// "Key: number unit", as in /proc/meminfo and /proc/PID/status.
 bool ParseKeyValue(const char* line, uint64_t& value);
@@ -47,6 +59,26 @@ std::vector<std::string> SplitRaidLine(char* line);
 /// it out. Returns null when there is none; the text is then unchanged.
 char* FindDiskLine(char* proc_diskstats, const char* disk_name);
 
+/// A line of /proc/mdstat, strictly: the array's name and its members' names, whatever level and
+/// state it is in. False for a line that is none of an array.
+bool ParseArrayLine(const char* line, std::string& array, std::vector<std::string>& members);
+
+/// A line of /proc/self/mountinfo. Escapes (\040) are decoded.
+struct MountEntry {
+    std::string mount_point;
+    std::string file_system;  ///< type
+    std::string source;       ///< device, or whatever the file system calls its own
+};
+bool ParseMountEntry(const char* line, MountEntry& entry);
+
+/// The line of /proc/diskstats of a device number, or of a name; points to the name, or is null.
+char* FindDeviceLine(char* proc_diskstats, uint32_t major_number, uint32_t minor_number);
+char* FindDeviceLine(char* proc_diskstats, const char* name);
+
+/// The line found, name and eleven numbers. Leaves the text as it was: other directories look for
+/// their lines in it.
+bool ParseDeviceLine(char* line, DiskIOInfo& disk_io_info);
+
 /// A line of /proc/diskstats from the name on: name and eleven numbers.
 bool ParseDiskLine(const char* line, DiskIOInfo& disk_io_info);
 
@@ -59,6 +91,29 @@ constexpr uint64_t PERCENT = 100;
 
 /// All seven columns, modulo 2^64.
 uint64_t TotalTicks(const CPUInfo& cpu_info);
+
+/// Busy share of the ticks between two samples in whole percent, rounded up. Counters that fell
+/// wrap: the figure is then whatever the formula gives.
+uint32_t BusyPercent(const CPUInfo& old_cpu, const CPUInfo& now_cpu);
+
+/// The same with steal in the total, a column that stepped back as no time in it, and at most 100.
+uint32_t BoundedBusyPercent(const CPUInfo& old_cpu, const CPUInfo& now_cpu);
+
+/// What a running total rose by; 0 when it stepped back.
+inline uint64_t Rise(uint64_t old_value, uint64_t now_value) {
+    return now_value < old_value ? 0 : now_value - old_value;
+}
+
+/// Drops the samples whose keys are not among the names, but for the one called `kept`.
+template <typename Sample>
+void DropOthers(std::map<std::string, Sample>& samples, const std::vector<std::string>& names,
+                const std::string& kept) {
+    std::set<std::string_view> known(names.begin(), names.end());
+    known.insert(kept);
+    for (auto sample = samples.begin(); sample != samples.end();) {
+        sample = known.count(sample->first) == 0 ? samples.erase(sample) : std::next(sample);
+    }
+}
 
 /// The quotient rounded up; the divisor is not 0. A quotient that the type cannot hold, as
 /// counters that fell produce, gives the type's minimum.

@@ -5,6 +5,7 @@
 #include "monitor_physical_util.h"
 #include "monitor_physical_util_internal.h"
 #include "monitor_physical_util_log.h"
+#include "monitor_physical_util_reading.h"
 #include "monitor_physical_util_text.h"
 
 namespace CorvaneCommon {
@@ -13,23 +14,18 @@ namespace {
 
 constexpr const char* MEMINFO_PATH = "/proc/meminfo";
 
-/// One key to look up, where its number goes, and the texts of its failures. Each takes the buffer.
-struct Key {
-    const char* name;
-    uint64_t& value;
-    const char* not_found_text;
-    const char* no_newline_text;
-};
-
 /// Reads the keys in order, each searched behind the line of the one before, which is how "Cached"
-/// finds its own line and not SwapCached's. The texts show the buffer from its start, which ends
-/// where the first line found was cut.
-template <size_t N>
-int32_t ReadKeys(char* buffer, const Key (&keys)[N], const char* file_path,
-                 LogCategory* log_handle) {
+/// finds its own line as text and not SwapCached's. The texts show the buffer from its start, which
+/// ends where the first line found was cut.
+template <typename Reading, size_t N>
+int32_t ReadKeys(const Reading& reading, char* buffer, const MemoryKey (&keys)[N],
+                 const char* file_path, LogCategory* log_handle) {
     char* position = buffer;
-    for (const Key& key : keys) {
-        char* const line = strstr(position, key.name);
+    for (const MemoryKey& key : keys) {
+        char* const line = reading.find_key(position, key.name);
+        if (line == nullptr && key.optional && reading.memory_is_checked) {
+            continue;
+        }
         if (line == nullptr) {
             MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, key.not_found_text, buffer);
             return COMMON_ERR_INVALID_ARGUMENTS;
@@ -61,8 +57,10 @@ int32_t CMonitorPhysicalUtil::GetMemoryInfo(MemoryInfo* memory_info, LogCategory
     }
     memory_info->total_mb = 0;
     memory_info->use_mb = 0;
-    char buffer[FILE_BUFFER_LENGTH];
-    int32_t ret = ReadFromFile(buffer, sizeof(buffer), MEMINFO_PATH, log_handle, Buffer::Unset);
+    KernelText text(WholeText());
+    int32_t ret = text.Fill([&](char* buffer, uint32_t length) {
+        return ReadFromFile(buffer, length, MEMINFO_PATH, log_handle, Buffer::Unset);
+    });
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "ReadFromFile failed, file: %s.", MEMINFO_PATH);
         return ret;
@@ -73,15 +71,16 @@ int32_t CMonitorPhysicalUtil::GetMemoryInfo(MemoryInfo* memory_info, LogCategory
     uint64_t buffers_kb = 0;
     uint64_t cached_kb = 0;
     uint64_t shared_kb = 0;
-    const Key keys[] = {
+    const MemoryKey keys[] = {
         {"MemTotal", memory_info->total_mb, "%s Can not find MemTotal.",
          "%s Can not find \\n after MemTotal."},
         {"MemFree", free_kb, "%s Can not find MemFree.", "%s Can not find \\n after MemFree."},
-        {"Buffers", buffers_kb, "%s Can not find Cached.", "%s Can not find \\n after Cached."},
-        {"Cached", cached_kb, "%s Can not find Cached.", "%s Can not find \\n after Cached."},
-        {"Shmem", shared_kb, "%s Can not find Cached.", "%s Can not find \\n after Cached."},
+        {"Buffers", buffers_kb, "%s Can not find Cached.", "%s Can not find \\n after Cached.",
+         true},
+        {"Cached", cached_kb, "%s Can not find Cached.", "%s Can not find \\n after Cached.", true},
+        {"Shmem", shared_kb, "%s Can not find Cached.", "%s Can not find \\n after Cached.", true},
     };
-    ret = ReadKeys(buffer, keys, MEMINFO_PATH, log_handle);
+    ret = ReadKeys(*m_reading, text.Data(), keys, MEMINFO_PATH, log_handle);
     if (ret != 0) {
         return ret;
     }
@@ -89,6 +88,14 @@ int32_t CMonitorPhysicalUtil::GetMemoryInfo(MemoryInfo* memory_info, LogCategory
     // Shared memory is counted inside Cached, but it is in use.
     const uint64_t total_kb = memory_info->total_mb;
     const uint64_t use_kb = shared_kb - (buffers_kb + free_kb) - cached_kb + total_kb;
+    if (m_reading->memory_is_checked && use_kb > total_kb) {
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
+                    "more memory is free than there is, file: %s, MemTotal: %lu, MemFree: %lu, "
+                    "Buffers: %lu, Cached: %lu, Shmem: %lu.",
+                    MEMINFO_PATH, total_kb, free_kb, buffers_kb, cached_kb, shared_kb);
+        memory_info->total_mb = 0;
+        return COMMON_ERR_INVALID_ARGUMENTS;
+    }
     memory_info->total_mb = total_kb >> KIB_TO_MIB_SHIFT;
     memory_info->use_mb = use_kb >> KIB_TO_MIB_SHIFT;
     return 0;
@@ -104,22 +111,24 @@ int32_t CMonitorPhysicalUtil::GetProcessMemoryInfo(ProcessMemoryInfo* process_me
     }
     process_memory_info->physical_memory_mb = 0;
     process_memory_info->virtual_memory_mb = 0;
-    char buffer[FILE_BUFFER_LENGTH];
     char file_path[MONITOR_NAME_LENGTH];
     FormatProcessPath(file_path, pid, "status");
-    int32_t ret = ReadFromFile(buffer, sizeof(buffer), file_path, log_handle, Buffer::Unset);
+    KernelText text(WholeText());
+    int32_t ret = text.Fill([&](char* buffer, uint32_t length) {
+        return ReadFromFile(buffer, length, file_path, log_handle, Buffer::Unset);
+    });
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "ReadFromFile failed, file: %s.", file_path);
         return ret;
     }
 
-    const Key keys[] = {
+    const MemoryKey keys[] = {
         {"VmSize", process_memory_info->virtual_memory_mb, "%s Can not find VmSize.",
          "%s Can not find \\n after VmSize."},
         {"VmRSS", process_memory_info->physical_memory_mb, "%s Can not find VmRSS.",
          "%s Can not find \\n after VmRSS."},
     };
-    ret = ReadKeys(buffer, keys, file_path, log_handle);
+    ret = ReadKeys(*m_reading, text.Data(), keys, file_path, log_handle);
     if (ret != 0) {
         return ret;
     }

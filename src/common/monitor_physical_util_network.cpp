@@ -4,11 +4,12 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include "monitor_physical_util.h"
 #include "monitor_physical_util_internal.h"
 #include "monitor_physical_util_log.h"
+#include "monitor_physical_util_reading.h"
 #include "monitor_physical_util_text.h"
 
 namespace CorvaneCommon {
@@ -41,6 +42,14 @@ uint64_t PacketsPerSecond(uint64_t old_packets, uint64_t now_packets, uint64_t s
     return now_packets < old_packets ? 0 : (now_packets - old_packets) / seconds;
 }
 
+/// Whether a counter stepped back: it was reset, or another interface has taken the name.
+bool AnyFell(const NetworkInfo& old_info, const NetworkInfo& now_info) {
+    return now_info.input_bytes < old_info.input_bytes ||
+           now_info.input_packets < old_info.input_packets ||
+           now_info.output_bytes < old_info.output_bytes ||
+           now_info.output_packets < old_info.output_packets;
+}
+
 /// The text behind a name and its colon. A name that the caller made up may hold a newline, and
 /// then reach to the end of the text, behind which nothing may be read.
 const char* TextBehindName(const char* occurrence, size_t name_length, const char* text_end) {
@@ -51,6 +60,7 @@ const char* TextBehindName(const char* occurrence, size_t name_length, const cha
 /// Rates between an interface's stored sample and a fresh one.
 struct RateRules {
     bool report_peaks;           // byte rates: the peaks since the clear, or the current ones
+    bool a_fall_is_0;            // of a figure whose counter fell; else the interface is a new one
     const char* not_found_text;  // takes the interface's name
 };
 
@@ -76,6 +86,11 @@ int32_t CalcRates(std::map<std::string, NetworkInfo>& old_network_info, const Ra
     }
     NetworkInfo& old = found->second;
     NetworkInfo& now = *now_network_info;
+    if (!rules.a_fall_is_0 && AnyFell(old, now)) {
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, rules.not_found_text, nic_name);
+        old = now;
+        return COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE;
+    }
     NetworkInfoResult& result = *network_info_result;
     result.input_bytes_mb = MegabitsPerSecond(old.input_bytes, now.input_bytes, time_interval);
     result.output_bytes_mb = MegabitsPerSecond(old.output_bytes, now.output_bytes, time_interval);
@@ -132,6 +147,28 @@ int32_t CopyResult(NetworkInfoResult* destination, const NetworkInfoResult& sour
     *destination = source;
     return 0;
 }
+
+/// Empties a list of names; unless it is released, an allocation that fails brings them back: an
+/// empty list would never be discovered anew, the old one lets the next pass try again.
+class NameListKeeper {
+public:
+    explicit NameListKeeper(std::vector<std::string>& names) : m_names(names) {
+        m_previous.swap(names);
+    }
+    NameListKeeper(const NameListKeeper&) = delete;
+    NameListKeeper& operator=(const NameListKeeper&) = delete;
+    ~NameListKeeper() {
+        if (!m_released) {
+            m_names.swap(m_previous);
+        }
+    }
+    void Release() { m_released = true; }
+
+private:
+    std::vector<std::string>& m_names;
+    std::vector<std::string> m_previous;
+    bool m_released = false;
+};
 
 void ClearPeaks(std::map<std::string, NetworkInfo>& network_infos) {
     for (auto& [nic_name, network_info] : network_infos) {
@@ -191,17 +228,12 @@ const char* ParseNetworkName(const char* line, char (&nic_name)[MONITOR_NAME_LEN
 
 int32_t CMonitorPhysicalUtil::InitDefaultNetWorkInfo(LogCategory* log_handle) {
     // The stored samples stay: those of interfaces found now are overwritten.
-    std::vector<std::string> previous_nic_name;
-    previous_nic_name.swap(m_network_nic_name);
-    try {
-        return DiscoverLines(NET_DEV_PATH, m_network_nic_name, MAX_NIC_NUM,
-                             "maybe deadloop, m_network_nic_name.size=%zd",
-                             &CMonitorPhysicalUtil::StoreFirstNetworkInfo, log_handle);
-    } catch (...) {
-        // An empty list would never be discovered anew; the old one lets the next pass try again.
-        m_network_nic_name.swap(previous_nic_name);
-        throw;
-    }
+    NameListKeeper keeper(m_network_nic_name);
+    const int32_t ret = DiscoverLines(NET_DEV_PATH, m_network_nic_name, MAX_NIC_NUM,
+                                      "maybe deadloop, m_network_nic_name.size=%zd",
+                                      &CMonitorPhysicalUtil::StoreFirstNetworkInfo, log_handle);
+    keeper.Release();
+    return ret;
 }
 
 int32_t CMonitorPhysicalUtil::StoreFirstNetworkInfo(const std::string& line,
@@ -257,20 +289,24 @@ int32_t CMonitorPhysicalUtil::GetNetworkInfo(NetworkInfo* network_info, const ch
     network_info->max_network_input_bytes_mb = 0;
     network_info->max_network_output_bytes_mb = 0;
     CopyName(network_info->nic_name, nic_name);
-    char buffer[FILE_BUFFER_LENGTH];
-    const int32_t ret = GetRawNetworkInfo(buffer, sizeof(buffer), log_handle);
+    KernelText text(WholeText());
+    const int32_t ret = text.Fill([&](char* raw_network_info, uint32_t length) {
+        return GetRawNetworkInfo(raw_network_info, length, log_handle);
+    });
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetRawNetWorkInfo failed, ret: %d.", ret);
         return ret;
     }
+    char* const buffer = text.Data();
     const char* const text_end = buffer + strlen(buffer);
-    // The first match anywhere: eth1 is read from an earlier veth1 if there is one.
-    char* const occurrence = strstr(buffer, nic_name);
+    char* const occurrence = m_reading->find_interface(buffer, nic_name);
     if (occurrence == nullptr) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
                     "%s Can not find %s, maybe network changed, reinit network info.",
                     LOG_NULL_TEXT, nic_name);
-        InitDefaultNetWorkInfo(log_handle);
+        if (m_reading->rediscovers) {
+            InitDefaultNetWorkInfo(log_handle);
+        }
         return COMMON_ERR_INVALID_ARGUMENTS;
     }
     if (CutLine(occurrence) == nullptr) {
@@ -290,7 +326,8 @@ int32_t CMonitorPhysicalUtil::CalcNetworkInfo(NetworkInfoResult* network_info_re
                                               NetworkInfo* now_network_info, const char* nic_name,
                                               uint64_t time_interval, bool refresh,
                                               LogCategory* log_handle) {
-    return CalcRates(m_old_network_info, {true, "can not get old network info, nic_name: %s."},
+    return CalcRates(m_old_network_info,
+                     {true, m_reading->rediscovers, "can not get old network info, nic_name: %s."},
                      network_info_result, now_network_info, nic_name, time_interval, refresh,
                      log_handle);
 }
@@ -301,22 +338,24 @@ int32_t CMonitorPhysicalUtil::CalcNetworkInfoForTinyCycle(NetworkInfoResult* net
                                                           uint64_t time_interval, bool refresh,
                                                           LogCategory* log_handle) {
     return CalcRates(m_tiny_old_network_info,
-                     {false, "can not get old network info, nic_name: %s."}, network_info_result,
-                     now_network_info, nic_name, time_interval, refresh, log_handle);
+                     {false, m_reading->rediscovers, "can not get old network info, nic_name: %s."},
+                     network_info_result, now_network_info, nic_name, time_interval, refresh,
+                     log_handle);
 }
 
 int32_t CMonitorPhysicalUtil::CalcProcessNetworkInfoForTinyCycle(
     NetworkInfoResult* network_info_result, NetworkInfo* now_network_info, const char* nic_name,
     uint64_t time_interval, bool refresh, LogCategory* log_handle) {
-    return CalcRates(
-        m_proc_old_network_info,
-        {false, "can not get old network info from m_proc_old_network_info, nic_name: %s."},
-        network_info_result, now_network_info, nic_name, time_interval, refresh, log_handle);
+    return CalcRates(m_proc_old_network_info,
+                     {false, m_reading->rediscovers,
+                      "can not get old network info from m_proc_old_network_info, nic_name: %s."},
+                     network_info_result, now_network_info, nic_name, time_interval, refresh,
+                     log_handle);
 }
 
-int32_t CMonitorPhysicalUtil::CalcAllNetworkInfo(char* raw_network_info, const NetworkCycle& cycle,
-                                                 uint64_t time_interval, bool refresh,
-                                                 LogCategory* log_handle) {
+int32_t CMonitorPhysicalUtil::CalcKnownInterfaces(char* raw_network_info, const NetworkCycle& cycle,
+                                                  uint64_t time_interval, bool refresh,
+                                                  LogCategory* log_handle) {
     NetworkInfoResult network_info_result;
     NetworkInfo now_network_info;  // its name stays empty: the key of the stored sample names it
     const char* const text_end = raw_network_info + strlen(raw_network_info);
@@ -365,27 +404,41 @@ int32_t CMonitorPhysicalUtil::CalcHostNetworkInfo(const NetworkCycle& cycle, uin
                     time_interval);
         return COMMON_ERR_INVALID_ARGUMENTS;
     }
-    char buffer[FILE_BUFFER_LENGTH];
-    const int32_t ret = GetRawNetworkInfo(buffer, sizeof(buffer), log_handle);
+    KernelText text(WholeText());
+    const int32_t ret = text.Fill([&](char* raw_network_info, uint32_t length) {
+        return GetRawNetworkInfo(raw_network_info, length, log_handle);
+    });
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetRawNetWorkInfo failed, ret: %d.", ret);
         return ret;
     }
-    return CalcAllNetworkInfo(buffer, cycle, time_interval, refresh, log_handle);
+    return (this->*m_reading->calc_interfaces)(text.Data(), cycle, time_interval, refresh,
+                                               log_handle);
 }
 
 int32_t CMonitorPhysicalUtil::CalcNetworkMonitorInfo(uint64_t time_interval, bool refresh,
                                                      LogCategory* log_handle) {
-    const NetworkCycle cycle = {nullptr, &CMonitorPhysicalUtil::CalcNetworkInfo, RaiseBusiest,
-                                m_network_info_result};
+    m_network_interface_info.clear();
+    const NetworkCycle cycle = {nullptr,
+                                &CMonitorPhysicalUtil::CalcNetworkInfo,
+                                RaiseBusiest,
+                                m_network_info_result,
+                                m_old_network_info,
+                                m_network_nic_name,
+                                &m_network_interface_info};
     return CalcHostNetworkInfo(cycle, time_interval, refresh, log_handle);
 }
 
 int32_t CMonitorPhysicalUtil::CalcNetworkMonitorInfoForTinyCycle(uint64_t time_interval,
                                                                  bool refresh,
                                                                  LogCategory* log_handle) {
-    const NetworkCycle cycle = {TINY_CYCLE_NIC, &CMonitorPhysicalUtil::CalcNetworkInfoForTinyCycle,
-                                StoreLatest, m_network_info_result_curr};
+    const NetworkCycle cycle = {TINY_CYCLE_NIC,
+                                &CMonitorPhysicalUtil::CalcNetworkInfoForTinyCycle,
+                                StoreLatest,
+                                m_network_info_result_curr,
+                                m_tiny_old_network_info,
+                                m_network_nic_name,
+                                nullptr};
     return CalcHostNetworkInfo(cycle, time_interval, refresh, log_handle);
 }
 
@@ -469,8 +522,11 @@ int32_t CMonitorPhysicalUtil::CalcProcessNetworkMonitorInfoForTinyCycle(uint32_t
                     time_interval);
         return COMMON_ERR_INVALID_ARGUMENTS;
     }
-    char buffer[FILE_BUFFER_LENGTH] = {};
-    const int32_t ret = GetProcessRawNetworkInfo(buffer, sizeof(buffer), pid, log_handle);
+    KernelText text(WholeText());
+    const int32_t ret = text.Fill([&](char* raw_network_info, uint32_t length) {
+        memset(raw_network_info, 0, length);
+        return GetProcessRawNetworkInfo(raw_network_info, length, pid, log_handle);
+    });
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetProcessRawNetworkInfo failed, ret: %d.",
                     ret);
@@ -478,8 +534,17 @@ int32_t CMonitorPhysicalUtil::CalcProcessNetworkMonitorInfoForTinyCycle(uint32_t
     }
     const NetworkCycle cycle = {TINY_CYCLE_NIC,
                                 &CMonitorPhysicalUtil::CalcProcessNetworkInfoForTinyCycle,
-                                StoreLatest, m_proc_network_info_result_curr};
-    return CalcAllNetworkInfo(buffer, cycle, time_interval, refresh, log_handle);
+                                StoreLatest,
+                                m_proc_network_info_result_curr,
+                                m_proc_old_network_info,
+                                m_proc_network_nic_name,
+                                nullptr};
+    if (m_proc_network_pid != pid && !m_reading->rediscovers) {
+        m_proc_old_network_info.clear();  // of another process, perhaps in another namespace
+        m_proc_network_pid = pid;
+    }
+    return (this->*m_reading->calc_interfaces)(text.Data(), cycle, time_interval, refresh,
+                                               log_handle);
 }
 
 int32_t CMonitorPhysicalUtil::GetProcessNetworkMonitorInfoForTinyCycle(

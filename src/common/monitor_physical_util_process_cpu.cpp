@@ -2,18 +2,23 @@
 #include <dirent.h>
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "monitor_physical_util.h"
 #include "monitor_physical_util_internal.h"
 #include "monitor_physical_util_log.h"
+#include "monitor_physical_util_reading.h"
 #include "monitor_physical_util_text.h"
 
 namespace CorvaneCommon {
@@ -23,8 +28,11 @@ namespace {
 constexpr const char* MACHINE_LINE = "cpu";
 constexpr int64_t SLOW_READ_MICROSECONDS = 10000;
 constexpr int64_t MICROSECONDS_PER_SECOND = 1000000;
+constexpr uint64_t NANOSECONDS_PER_MICROSECOND = 1000;
 constexpr int32_t MAX_THREAD_PERCENT = 100;
-constexpr int NUMBERS_BEFORE_UTIME = 10;  // fields 4 to 13
+constexpr int NUMBERS_BEFORE_UTIME = 10;      // fields 4 to 13
+constexpr int NUMBERS_BEFORE_START_TIME = 4;  // fields 18 to 21
+constexpr uint64_t MIN_TICKS = 5;  // a shorter time says nothing: one tick is a fifth of it
 constexpr int DECIMAL = 10;
 
 struct DirCloser {
@@ -53,20 +61,60 @@ uint64_t ThreadTicks(const ThreadCPUInfo& old_info, const ThreadCPUInfo& now_inf
     return now_info.user - (old_info.system + old_info.user) + now_info.system;
 }
 
-/// Threads that only one of the samples holds play no part. Both maps are in tid order.
-uint64_t BusiestThreadTicks(const ProcessCPUInfo& old_info, const ProcessCPUInfo& now_info) {
-    uint64_t busiest = 0;
+/// What each process column and each thread rose by; one that stepped back counts as nothing.
+uint64_t ProcessRise(const ProcessCPUInfo& old_info, const ProcessCPUInfo& now_info) {
+    return Rise(old_info.user, now_info.user) + Rise(old_info.system, now_info.system) +
+           Rise(old_info.user_wait, now_info.user_wait) +
+           Rise(old_info.system_wait, now_info.system_wait);
+}
+
+uint64_t ThreadRise(const ThreadCPUInfo& old_info, const ThreadCPUInfo& now_info) {
+    return Rise(old_info.user, now_info.user) + Rise(old_info.system, now_info.system);
+}
+
+using ThreadDifference = uint64_t (*)(const ThreadCPUInfo& old_info, const ThreadCPUInfo& now_info);
+
+/// Threads that only one of the samples holds play no part; empty when they share none. Both maps
+/// are in tid order. Only the strict reading knows start times; else all are 0.
+std::optional<uint64_t> BusiestThreadTicks(const ProcessCPUInfo& old_info,
+                                           const ProcessCPUInfo& now_info,
+                                           ThreadDifference difference) {
+    std::optional<uint64_t> busiest;
     auto old_thread = old_info.thread_cpu_info.begin();
     const auto old_end = old_info.thread_cpu_info.end();
     for (const auto& [tid, thread] : now_info.thread_cpu_info) {
         while (old_thread != old_end && old_thread->first < tid) {
             ++old_thread;
         }
-        if (old_thread != old_end && old_thread->first == tid) {
-            busiest = std::max(busiest, ThreadTicks(old_thread->second, thread));
+        if (old_thread != old_end && old_thread->first == tid &&
+            old_thread->second.start_time == thread.start_time) {
+            busiest = std::max(busiest.value_or(0), difference(old_thread->second, thread));
         }
     }
     return busiest;
+}
+
+/// Behind the command name, at the state: names may hold blanks, newlines and parentheses. Null
+/// when there is no name.
+const char* TextBehindCommand(const char* text) {
+    const char* const end = strrchr(text, ')');
+    return end == nullptr ? nullptr : end + 1;
+}
+
+uint64_t MonotonicMicroseconds() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec * MICROSECONDS_PER_SECOND) +
+           static_cast<uint64_t>(now.tv_nsec) / NANOSECONDS_PER_MICROSECOND;
+}
+
+/// Keeps a figure that was measured, and none that was not.
+void StoreFigure(std::map<uint32_t, int>& results, uint32_t pid, bool measured, int32_t figure) {
+    if (measured) {
+        results[pid] = figure;
+    } else {
+        results.erase(pid);
+    }
 }
 
 /// Raises the peak to the value, or the value to the peak.
@@ -84,8 +132,28 @@ bool ParseProcessTimes(const char* line, ProcessCPUInfo& process_cpu_info) {
            ScanNumber(line, process_cpu_info.system_wait);
 }
 
-bool ParseThreadTimes(const char* line, uint64_t& user, uint64_t& system) {
-    return SkipToTimes(line) && ScanNumber(line, user) && ScanNumber(line, system);
+bool ParseThreadTimes(const char* line, ThreadCPUInfo& thread_cpu_info) {
+    return SkipToTimes(line) && ScanNumber(line, thread_cpu_info.user) &&
+           ScanNumber(line, thread_cpu_info.system);
+}
+
+bool ParseProcessStat(const char* text, ProcessCPUInfo& process_cpu_info) {
+    const char* rest = TextBehindCommand(text);
+    return rest != nullptr && SkipWord(rest) && SkipNumbers(rest, NUMBERS_BEFORE_UTIME) &&
+           ScanNumber(rest, process_cpu_info.user) && ScanNumber(rest, process_cpu_info.system) &&
+           ScanNumber(rest, process_cpu_info.user_wait) &&
+           ScanNumber(rest, process_cpu_info.system_wait) &&
+           SkipNumbers(rest, NUMBERS_BEFORE_START_TIME) &&
+           ScanNumber(rest, process_cpu_info.start_time);
+}
+
+bool ParseThreadStat(const char* text, ThreadCPUInfo& thread_cpu_info) {
+    ProcessCPUInfo as_process;  // the same line
+    const bool complete = ParseProcessStat(text, as_process);
+    thread_cpu_info.user = as_process.user;
+    thread_cpu_info.system = as_process.system;
+    thread_cpu_info.start_time = as_process.start_time;
+    return complete;
 }
 
 int32_t CMonitorPhysicalUtil::GetProcessCPUInfo(ProcessCPUInfo* now_process_cpu_info, uint32_t pid,
@@ -109,12 +177,15 @@ int32_t CMonitorPhysicalUtil::GetProcessCPUInfo(ProcessCPUInfo* now_process_cpu_
     MONITOR_LOG(log_handle, LOG_PRIORITY_TRACE, "ReadFromFile succeed, file: %s.", file_path);
     timeval end = {};
     gettimeofday(&end, nullptr);
+    if (m_reading->clock_tells_time) {
+        now_process_cpu_info->sampled_at = MonotonicMicroseconds();
+    }
     const int64_t elapsed = MicrosecondsBetween(start, end);
     if (elapsed > SLOW_READ_MICROSECONDS) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_WARN, "read %s costtime:%luus", file_path,
                     static_cast<uint64_t>(elapsed));
     }
-    if (!ParseProcessTimes(buffer, *now_process_cpu_info)) {
+    if (!m_reading->parse_process(buffer, *now_process_cpu_info)) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "sscanf failed, file: %s, buf: %s.", file_path,
                     buffer);
         return COMMON_ERR_LINUX_SYSTEM_CALL_FAIL;
@@ -163,7 +234,7 @@ void CMonitorPhysicalUtil::GetThreadCPUInfo(ProcessCPUInfo* now_process_cpu_info
         MONITOR_LOG(log_handle, LOG_PRIORITY_TRACE, "ReadFromFile succeed, file: %s.",
                     file_path.c_str());
         ThreadCPUInfo thread;
-        if (!ParseThreadTimes(buffer, thread.user, thread.system)) {
+        if (!m_reading->parse_thread(buffer, thread)) {
             MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "sscanf failed, file: %s, buf: %s.",
                         file_path.c_str(), buffer);
             continue;
@@ -177,14 +248,90 @@ void CMonitorPhysicalUtil::GetThreadCPUInfo(ProcessCPUInfo* now_process_cpu_info
     }
 }
 
-int32_t CMonitorPhysicalUtil::CalcProcessCPUSinceBaselines(
-    int32_t& process_cpu_utilization, int32_t& max_thread_cpu_utilization, bool& primed,
-    const ProcessCPUBaselines& baselines, CPUInfo* now_cpu_info,
-    ProcessCPUInfo* now_process_cpu_info, uint32_t pid, bool cal_max_thread_cpu,
-    LogCategory* log_handle) {
-    process_cpu_utilization = 0;
-    max_thread_cpu_utilization = 0;
-    primed = false;
+ProcessCPUFigures CMonitorPhysicalUtil::CalcProcessByMachine(const ProcessCPUBaselines& baselines,
+                                                             CPUInfo& now_cpu_info,
+                                                             ProcessCPUInfo& now_process_cpu_info,
+                                                             uint32_t pid,
+                                                             bool cal_max_thread_cpu) {
+    // A new pid is primed in two calls, the machine's sample before the process's: hosts count on
+    // the third pass being the first that measures.
+    ProcessCPUFigures figures;
+    const auto old_total = baselines.total_cpu_info.find(pid);
+    if (old_total == baselines.total_cpu_info.end()) {
+        now_cpu_info.max_cpu_utilization = 0;
+        baselines.total_cpu_info[pid] = now_cpu_info;
+        return figures;
+    }
+    const auto old_process = baselines.process_cpu_info.find(pid);
+    if (old_process == baselines.process_cpu_info.end()) {
+        now_process_cpu_info.max_cpu_utilization = 0;
+        now_process_cpu_info.max_thread_cpu_utilization = 0;
+        // Not operator[]: a failed allocation must not leave an empty sample behind.
+        baselines.process_cpu_info.emplace(pid, now_process_cpu_info);
+        return figures;
+    }
+    figures.primed = true;
+    const uint64_t elapsed = TotalTicks(now_cpu_info) - TotalTicks(old_total->second);
+    if (elapsed == 0) {
+        return figures;
+    }
+    // The machine's ticks span all cores: times the cores, the share is one of a single core.
+    const uint64_t scale = m_cpu_core_name.size() * PERCENT;
+    const ProcessCPUInfo& old_info = old_process->second;
+    const uint64_t thread_ticks =
+        cal_max_thread_cpu
+            ? BusiestThreadTicks(old_info, now_process_cpu_info, ThreadTicks).value_or(0)
+            : 0;
+    figures.process =
+        CeilQuotient<int32_t>(ProcessTicks(old_info, now_process_cpu_info) * scale, elapsed);
+    figures.thread = CeilQuotient<int32_t>(thread_ticks * scale, elapsed);
+    return figures;
+}
+
+ProcessCPUFigures CMonitorPhysicalUtil::CalcProcessByClock(const ProcessCPUBaselines& baselines,
+                                                           CPUInfo& /*now_cpu_info*/,
+                                                           ProcessCPUInfo& now_process_cpu_info,
+                                                           uint32_t pid, bool cal_max_thread_cpu) {
+    ProcessCPUFigures figures;
+    figures.process_measured = false;
+    figures.thread_measured = false;
+    const auto old_process = baselines.process_cpu_info.find(pid);
+    if (old_process == baselines.process_cpu_info.end() ||
+        old_process->second.start_time != now_process_cpu_info.start_time) {
+        now_process_cpu_info.max_cpu_utilization = 0;
+        now_process_cpu_info.max_thread_cpu_utilization = 0;
+        baselines.process_cpu_info.insert_or_assign(pid, now_process_cpu_info);
+        return figures;
+    }
+    const ProcessCPUInfo& old_info = old_process->second;
+    const auto ticks_per_second = static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
+    const uint64_t tick = MICROSECONDS_PER_SECOND / ticks_per_second;
+    const uint64_t elapsed = Rise(old_info.sampled_at, now_process_cpu_info.sampled_at);
+    if (elapsed < tick * MIN_TICKS) {
+        figures.too_soon = true;
+        return figures;
+    }
+    const uint64_t scale = tick * PERCENT;
+    figures.primed = true;
+    figures.process_measured = true;
+    figures.process =
+        CeilQuotient<int32_t>(ProcessRise(old_info, now_process_cpu_info) * scale, elapsed);
+    if (!cal_max_thread_cpu) {
+        return figures;
+    }
+    const auto thread_ticks = BusiestThreadTicks(old_info, now_process_cpu_info, ThreadRise);
+    figures.thread_measured = thread_ticks.has_value();
+    figures.thread = CeilQuotient<int32_t>(thread_ticks.value_or(0) * scale, elapsed);
+    return figures;
+}
+
+int32_t CMonitorPhysicalUtil::CalcProcessCPUSinceBaselines(ProcessCPUFigures& figures,
+                                                           const ProcessCPUBaselines& baselines,
+                                                           CPUInfo* now_cpu_info,
+                                                           ProcessCPUInfo* now_process_cpu_info,
+                                                           uint32_t pid, bool cal_max_thread_cpu,
+                                                           LogCategory* log_handle) {
+    figures = ProcessCPUFigures();
     if (now_cpu_info == nullptr || now_process_cpu_info == nullptr || pid == 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
                     "now_cpu_info is NULL or now_process_cpu_info is NULL or 0>= pid, "
@@ -193,34 +340,35 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUSinceBaselines(
                     static_cast<const void*>(now_process_cpu_info), pid);
         return COMMON_ERR_INVALID_ARGUMENTS;
     }
-    // A new pid is primed in two calls, the machine's sample before the process's: hosts count on
-    // the third pass being the first that measures.
-    const auto old_total = baselines.total_cpu_info.find(pid);
-    if (old_total == baselines.total_cpu_info.end()) {
-        now_cpu_info->max_cpu_utilization = 0;
-        baselines.total_cpu_info[pid] = *now_cpu_info;
+    figures = (this->*m_reading->calc_process)(baselines, *now_cpu_info, *now_process_cpu_info, pid,
+                                               cal_max_thread_cpu);
+    return 0;
+}
+
+int32_t CMonitorPhysicalUtil::CalcProcessCPUPeaks(ProcessCPUFigures& figures, CPUInfo* now_cpu_info,
+                                                  ProcessCPUInfo* now_process_cpu_info,
+                                                  uint32_t pid, bool refresh,
+                                                  bool cal_max_thread_cpu,
+                                                  LogCategory* log_handle) {
+    const int32_t ret = CalcProcessCPUSinceBaselines(
+        figures, {m_old_total_cpu_info, m_old_process_cpu_info}, now_cpu_info, now_process_cpu_info,
+        pid, cal_max_thread_cpu, log_handle);
+    if (ret != 0 || !figures.primed) {
+        return ret;
+    }
+    figures.thread = std::min(figures.thread, MAX_THREAD_PERCENT);
+    ProcessCPUInfo& old_process_cpu_info = m_old_process_cpu_info[pid];
+    KeepPeak(figures.process, old_process_cpu_info.max_cpu_utilization);
+    KeepPeak(figures.thread, old_process_cpu_info.max_thread_cpu_utilization);
+    if (!refresh) {
         return 0;
     }
-    const auto old_process = baselines.process_cpu_info.find(pid);
-    if (old_process == baselines.process_cpu_info.end()) {
-        now_process_cpu_info->max_cpu_utilization = 0;
-        now_process_cpu_info->max_thread_cpu_utilization = 0;
-        // Not operator[]: a failed allocation must not leave an empty sample behind.
-        baselines.process_cpu_info.emplace(pid, *now_process_cpu_info);
-        return 0;
-    }
-    primed = true;
-    const uint64_t elapsed = TotalTicks(*now_cpu_info) - TotalTicks(old_total->second);
-    if (elapsed == 0) {
-        return 0;
-    }
-    // The machine's ticks span all cores: times the cores, the share is one of a single core.
-    const uint64_t scale = m_cpu_core_name.size() * PERCENT;
-    const uint64_t process_ticks = ProcessTicks(old_process->second, *now_process_cpu_info);
-    const uint64_t thread_ticks =
-        cal_max_thread_cpu ? BusiestThreadTicks(old_process->second, *now_process_cpu_info) : 0;
-    process_cpu_utilization = CeilQuotient<int32_t>(process_ticks * scale, elapsed);
-    max_thread_cpu_utilization = CeilQuotient<int32_t>(thread_ticks * scale, elapsed);
+    now_process_cpu_info->max_cpu_utilization = figures.process;
+    now_process_cpu_info->max_thread_cpu_utilization = figures.thread;
+    // Copied before it is stored: a failed allocation must not move one baseline of the two.
+    ProcessCPUInfo baseline = *now_process_cpu_info;
+    old_process_cpu_info = std::move(baseline);
+    m_old_total_cpu_info[pid] = *now_cpu_info;
     return 0;
 }
 
@@ -230,28 +378,14 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUInfo(int32_t& process_cpu_utilizatio
                                                  ProcessCPUInfo* now_process_cpu_info, uint32_t pid,
                                                  bool refresh, bool cal_max_thread_cpu,
                                                  LogCategory* log_handle) {
-    bool primed = false;
-    const int32_t ret =
-        CalcProcessCPUSinceBaselines(process_cpu_utilization, max_thread_cpu_utilization, primed,
-                                     {m_old_total_cpu_info, m_old_process_cpu_info}, now_cpu_info,
-                                     now_process_cpu_info, pid, cal_max_thread_cpu, log_handle);
-    if (ret != 0 || !primed) {
-        return ret;
-    }
-    max_thread_cpu_utilization = std::min(max_thread_cpu_utilization, MAX_THREAD_PERCENT);
-    ProcessCPUInfo& old_process_cpu_info = m_old_process_cpu_info[pid];
-    KeepPeak(process_cpu_utilization, old_process_cpu_info.max_cpu_utilization);
-    KeepPeak(max_thread_cpu_utilization, old_process_cpu_info.max_thread_cpu_utilization);
-    if (!refresh) {
-        return 0;
-    }
-    now_process_cpu_info->max_cpu_utilization = process_cpu_utilization;
-    now_process_cpu_info->max_thread_cpu_utilization = max_thread_cpu_utilization;
-    // Copied before it is stored: a failed allocation must not move one baseline of the two.
-    ProcessCPUInfo baseline = *now_process_cpu_info;
-    old_process_cpu_info = std::move(baseline);
-    m_old_total_cpu_info[pid] = *now_cpu_info;
-    return 0;
+    process_cpu_utilization = 0;
+    max_thread_cpu_utilization = 0;
+    ProcessCPUFigures figures;
+    const int32_t ret = CalcProcessCPUPeaks(figures, now_cpu_info, now_process_cpu_info, pid,
+                                            refresh, cal_max_thread_cpu, log_handle);
+    process_cpu_utilization = figures.process;
+    max_thread_cpu_utilization = figures.thread;
+    return ret;
 }
 
 int32_t CMonitorPhysicalUtil::CalcProcessCPUInfoForTinyCycle(int32_t& process_cpu_utilization,
@@ -262,11 +396,15 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUInfoForTinyCycle(int32_t& process_cp
                                                              LogCategory* log_handle) {
     // No peak, no limit of 100, and the baselines never move: the figure is the average since the
     // pid was primed.
-    bool primed = false;
-    return CalcProcessCPUSinceBaselines(
-        process_cpu_utilization, max_thread_cpu_utilization, primed,
-        {m_old_total_cpu_info_for_tiny_cycle, m_old_process_cpu_info_for_tiny_cycle}, now_cpu_info,
-        now_process_cpu_info, pid, cal_max_thread_cpu, log_handle);
+    process_cpu_utilization = 0;
+    max_thread_cpu_utilization = 0;
+    ProcessCPUFigures figures;
+    const int32_t ret = CalcProcessCPUSinceBaselines(
+        figures, {m_old_total_cpu_info_for_tiny_cycle, m_old_process_cpu_info_for_tiny_cycle},
+        now_cpu_info, now_process_cpu_info, pid, cal_max_thread_cpu, log_handle);
+    process_cpu_utilization = figures.process;
+    max_thread_cpu_utilization = figures.thread;
+    return ret;
 }
 
 int32_t CMonitorPhysicalUtil::GetProcessAndMachineCPUInfo(ProcessCPUInfo* now_process_cpu_info,
@@ -281,6 +419,9 @@ int32_t CMonitorPhysicalUtil::GetProcessAndMachineCPUInfo(ProcessCPUInfo* now_pr
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetProcessCPUInfo failed, ret: %d.", ret);
         return ret;
+    }
+    if (m_reading->clock_tells_time) {
+        return 0;
     }
     ret = GetCPUInfo(now_cpu_info, MACHINE_LINE, log_handle);
     if (ret != 0) {
@@ -298,17 +439,20 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUMonitorInfo(uint32_t pid, LogCategor
     if (ret != 0) {
         return ret;
     }
-    int32_t process_cpu_utilization = 0;
-    int32_t max_thread_cpu_utilization = 0;
-    ret = CalcProcessCPUInfo(process_cpu_utilization, max_thread_cpu_utilization, &now_cpu_info,
-                             &now_process_cpu_info, pid, true, cal_max_thread_cpu, log_handle);
+    ProcessCPUFigures figures;
+    ret = CalcProcessCPUPeaks(figures, &now_cpu_info, &now_process_cpu_info, pid, true,
+                              cal_max_thread_cpu, log_handle);
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "CalcProcessCPUInfo failed, ret: %d.", ret);
         return ret;
     }
-    m_process_cpu_result_info[pid] = process_cpu_utilization;
+    if (figures.too_soon) {
+        return 0;
+    }
+    StoreFigure(m_process_cpu_result_info, pid, figures.process_measured, figures.process);
     if (cal_max_thread_cpu) {
-        m_process_max_thread_cpu_result_info[pid] = max_thread_cpu_utilization;
+        StoreFigure(m_process_max_thread_cpu_result_info, pid, figures.thread_measured,
+                    figures.thread);
     }
     return 0;
 }
@@ -322,18 +466,22 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUMonitorInfoForTinyCycle(uint32_t pid
     if (ret != 0) {
         return ret;
     }
-    int32_t process_cpu_utilization = 0;
-    int32_t max_thread_cpu_utilization = 0;
-    ret =
-        CalcProcessCPUInfoForTinyCycle(process_cpu_utilization, max_thread_cpu_utilization,
-                                       &now_cpu_info, &now_process_cpu_info, pid, true, log_handle);
+    ProcessCPUFigures figures;
+    ret = CalcProcessCPUSinceBaselines(
+        figures, {m_old_total_cpu_info_for_tiny_cycle, m_old_process_cpu_info_for_tiny_cycle},
+        &now_cpu_info, &now_process_cpu_info, pid, true, log_handle);
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
                     "CalcProcessCPUInfoForTinyCycle failed, ret: %d.", ret);
         return ret;
     }
-    m_process_cpu_result_info_for_tiny_cycle[pid] = process_cpu_utilization;
-    m_process_max_thread_cpu_result_info_for_tiny_cycle[pid] = max_thread_cpu_utilization;
+    if (figures.too_soon) {
+        return 0;
+    }
+    StoreFigure(m_process_cpu_result_info_for_tiny_cycle, pid, figures.process_measured,
+                figures.process);
+    StoreFigure(m_process_max_thread_cpu_result_info_for_tiny_cycle, pid, figures.thread_measured,
+                figures.thread);
     return 0;
 }
 

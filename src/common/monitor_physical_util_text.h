@@ -60,6 +60,25 @@ inline char* CutLine(char* position) {
     return newline + 1;
 }
 
+/// The start of the line behind the one at `position`, or null when there is none.
+inline char* NextLine(char* position) {
+    char* const newline = strchr(position, '\n');
+    return newline == nullptr || newline[1] == '\0' ? nullptr : newline + 1;
+}
+
+/// The first line whose first field is `name`, followed by `end`; null when there is none. Points
+/// to the name.
+inline char* FindLine(char* text, const char* name, char end) {
+    const size_t length = strlen(name);
+    for (char* line = text; line != nullptr; line = NextLine(line)) {
+        char* const first = line + strspn(line, " ");
+        if (strncmp(first, name, length) == 0 && first[length] == end) {
+            return first;
+        }
+    }
+    return nullptr;
+}
+
 inline bool IsSpace(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }

@@ -1,12 +1,46 @@
 #include "host_logging.h"
 
+#include <spdlog/sinks/base_sink.h>
+#include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 #include <strings.h>
 
 #include <cstdio>
 #include <iterator>
+#include <memory>
+#include <mutex>
+#include <utility>
 #include <vector>
+
+/// Standard error, or whoever asked for the records.
+class HostLogRedirection : public spdlog::sinks::base_sink<std::mutex> {
+public:
+    void SetTaker(std::function<void(const std::string&)> taker) {
+        const std::lock_guard lock(mutex_);
+        m_taker = std::move(taker);
+    }
+
+protected:
+    void sink_it_(const spdlog::details::log_msg& record) override {
+        if (!m_taker) {
+            m_standard_error.log(record);
+            return;
+        }
+        spdlog::memory_buf_t line;
+        formatter_->format(record, line);
+        m_taker(std::string(line.data(), line.size() - 1));  // without the line feed
+    }
+    void flush_() override { m_standard_error.flush(); }
+    void set_formatter_(std::unique_ptr<spdlog::formatter> formatter) override {
+        m_standard_error.set_formatter(formatter->clone());
+        formatter_ = std::move(formatter);
+    }
+
+private:
+    spdlog::sinks::stderr_sink_st m_standard_error;
+    std::function<void(const std::string&)> m_taker;
+};
 
 namespace {
 
@@ -23,18 +57,14 @@ constexpr PriorityName PRIORITY_NAMES[] = {
 
 constexpr size_t RECORD_LENGTH = 1024;  // most records; a longer one takes a buffer of its own
 
-spdlog::logger& Logger() {
+std::shared_ptr<spdlog::logger> MakeLogger(spdlog::sink_ptr sink) {
+    auto logger = std::make_shared<spdlog::logger>("corvane", std::move(sink));
     // The category decides what is written; the priority's name is part of the text, as spdlog has
     // fewer levels.
-    static const auto logger = [] {
-        auto made = std::make_shared<spdlog::logger>(
-            "corvane", std::make_shared<spdlog::sinks::stderr_sink_mt>());
-        made->set_level(spdlog::level::trace);
-        made->set_pattern("%Y-%m-%d %H:%M:%S.%e %v");
-        made->flush_on(spdlog::level::trace);
-        return made;
-    }();
-    return *logger;
+    logger->set_level(spdlog::level::trace);
+    logger->set_pattern("%Y-%m-%d %H:%M:%S.%e %v");
+    logger->flush_on(spdlog::level::trace);
+    return logger;
 }
 
 /// Kernel text in a record is other people's: no control byte of it may reach a terminal, nor
@@ -78,22 +108,37 @@ bool LogPriorityFromName(const std::string& name, int32_t& priority) {
     return false;
 }
 
-HostLogCategory::HostLogCategory(int32_t least_urgent) {
+HostLogCategory::HostLogCategory(int32_t least_urgent, const std::string& file)
+    : m_redirection(file.empty() ? std::make_shared<HostLogRedirection>() : nullptr) {
+    if (m_redirection != nullptr) {
+        m_logger = MakeLogger(m_redirection);
+    } else {
+        m_logger = MakeLogger(std::make_shared<spdlog::sinks::basic_file_sink_mt>(file));
+    }
     SetPriority(least_urgent);
     piPriorityLow = &m_least_urgent;
+    piPriorityHigh = &m_most_urgent;
+}
+
+HostLogCategory::~HostLogCategory() = default;
+
+void HostLogCategory::Redirect(std::function<void(const std::string& line)> taker) {
+    if (m_redirection != nullptr) {
+        m_redirection->SetTaker(std::move(taker));
+    }
 }
 
 void HostLogCategory::SetPriority(int32_t least_urgent) {
     m_least_urgent = least_urgent;
-    m_off = least_urgent < 0;  // to the monitor, a threshold of -1 is none at all
+    // To the monitor, a least urgent priority of -1 is no threshold: the other one keeps all out.
+    m_most_urgent = least_urgent < 0 ? INT32_MAX : INT32_MIN;
 }
 
-bool CategoryCanWrite(LogCategory* category, int32_t /*priority*/) {
-    const auto* const host_category = static_cast<const HostLogCategory*>(category);
-    return !host_category->IsOff();
+bool CategoryCanWrite(LogCategory* /*category*/, int32_t /*priority*/) {
+    return true;  // the thresholds have decided
 }
 
-void CategoryLogV(LogCategory* /*category*/, int32_t priority, const char* file, int32_t line,
+void CategoryLogV(LogCategory* category, int32_t priority, const char* file, int32_t line,
                   const char* function, const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
@@ -105,6 +150,7 @@ void CategoryLogV(LogCategory* /*category*/, int32_t priority, const char* file,
     }
     va_end(again);
     ReplaceControlBytes(text.data());
-    Logger().log(spdlog::level::info, "{} {}:{} {}: {}", LogPriorityName(priority), file, line,
-                 function, text.data());
+    const auto* const host_category = static_cast<const HostLogCategory*>(category);
+    host_category->Logger().log(spdlog::level::info, "{} {}:{} {}: {}", LogPriorityName(priority),
+                                file, line, function, text.data());
 }

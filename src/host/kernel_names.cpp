@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
+
+#include "process_stat.h"
 
 namespace corvane {
 
@@ -25,9 +24,12 @@ std::string WithoutFinalNewline(std::string text) {
 
 }  // namespace
 
-std::string ReadWholeFile(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+std::string Joined(const std::vector<std::string>& names) {
+    std::string joined;
+    for (const std::string& name : names) {
+        joined += (joined.empty() ? "" : ", ") + name;
+    }
+    return joined.empty() ? "none" : joined;
 }
 
 std::vector<std::string> CoreNames(const std::string& stat_text) {
@@ -100,21 +102,20 @@ bool IsDiskOrPartition(const std::string& disk, const std::string& whole) {
 }
 
 std::string CommandName(uint32_t pid) {
-    return WithoutFinalNewline(ReadWholeFile("/proc/" + std::to_string(pid) + "/comm"));
+    return WithoutFinalNewline(ReadWholeFile(ProcessFile(pid, "comm")));
 }
 
-std::vector<std::string> UnmeasuredThreadNames(uint32_t pid) {
+std::vector<std::string> ThreadNames(uint32_t pid) {
     std::vector<std::string> names;
-    std::error_code error;
-    std::filesystem::directory_iterator tasks("/proc/" + std::to_string(pid) + "/task", error);
-    while (!error && tasks != std::filesystem::directory_iterator()) {
-        const std::string name = WithoutFinalNewline(ReadWholeFile(tasks->path() / "comm"));
-        if (name.find_first_of(" \t\n\v\f\r") != std::string::npos) {
-            names.push_back(name);
-        }
-        tasks.increment(error);
+    const std::string tasks = ProcessFile(pid, "task");
+    for (const std::string& tid : NamesIn(tasks)) {
+        names.push_back(WithoutFinalNewline(ReadWholeFile(tasks + "/" + tid + "/comm")));
     }
     return names;
+}
+
+bool HoldsBlank(const std::string& name) {
+    return name.find_first_of(" \t\n\v\f\r") != std::string::npos;
 }
 
 }  // namespace corvane

@@ -5,6 +5,7 @@
 #include <prometheus/text_serializer.h>
 
 #include <functional>
+#include <new>
 #include <optional>
 #include <set>
 #include <utility>
@@ -63,11 +64,39 @@ std::vector<Sample> Each(const std::vector<Row>& rows, Status status, Label labe
 }
 
 Labels OfDirectory(const DirectoryFigures& row) {
+    return {{"directory", ValidUtf8(row.directory)}};
+}
+
+Labels OfDisk(const DirectoryFigures& row) {
     return {{"directory", ValidUtf8(row.directory)}, {"device", ValidUtf8(row.disk)}};
 }
 
+/// Without the pid: a process that is started anew goes on with its series.
 Labels OfProcess(const ProcessFigures& row) {
     return {{"process", ValidUtf8(row.target)}, {"command", ValidUtf8(row.command)}};
+}
+
+std::vector<Sample> PidsOfProcesses(const Report& report) {
+    std::vector<Sample> samples;
+    for (const ProcessFigures& row : report.processes) {
+        if (row.running) {
+            Labels labels = OfProcess(row);
+            labels.emplace_back("pid", std::to_string(row.pid));
+            samples.push_back({std::move(labels), 1.0});
+        }
+    }
+    return samples;
+}
+
+/// Without those that cannot be told: hidden ones, or with a pid file that cannot be read.
+std::vector<Sample> RunningProcesses(const Report& report) {
+    std::vector<Sample> samples;
+    for (const ProcessFigures& row : report.processes) {
+        if (row.running || row.cpu.state == FigureState::Absent) {
+            samples.push_back({{{"process", ValidUtf8(row.target)}}, row.running ? 1.0 : 0.0});
+        }
+    }
+    return samples;
 }
 
 double BusiestThread(const ProcessFigures& row) {
@@ -145,13 +174,13 @@ const std::vector<Gauge>& Gauges() {
         {"corvane_directory_busy_ratio",
          "Share of the latest cycle in which the directory's disk had I/O in flight, 0 to 1.",
          [](const Report& r) {
-             return Each(r.directories, &DirectoryFigures::io, OfDirectory,
+             return Each(r.directories, &DirectoryFigures::io, OfDisk,
                          [](const auto& row) { return Ratio(row.busy_percent); });
          }},
         {"corvane_directory_operations_per_second",
          "Reads and writes that the directory's disk completed per second in the latest cycle.",
          [](const Report& r) {
-             return Each(r.directories, &DirectoryFigures::io, OfDirectory,
+             return Each(r.directories, &DirectoryFigures::io, OfDisk,
                          [](const auto& row) -> double { return row.operations_per_second; });
          }},
         {"corvane_directory_size_bytes", "Size of the file system that holds the directory.",
@@ -171,6 +200,10 @@ const std::vector<Gauge>& Gauges() {
              return Each(r.directories, &DirectoryFigures::space, OfDirectory,
                          [](const auto& row) { return static_cast<double>(row.available_bytes); });
          }},
+        {"corvane_watched_process_running", "1 when the process runs, 0 when it does not.",
+         RunningProcesses},
+        {"corvane_watched_process_info", "1; the label names the process's number.",
+         PidsOfProcesses},
         {"corvane_watched_process_busy_peak_cores",
          "Busy cores of the process in its busiest cycle of the report interval.",
          [](const Report& r) {
@@ -239,7 +272,8 @@ MetricFamily ToFamily(const char* name, const char* help, const std::vector<Samp
 
 }  // namespace
 
-std::vector<MetricFamily> ToMetrics(const Report* report, Clock::time_point now) {
+std::vector<MetricFamily> ToMetrics(const Report* report,
+                                    std::chrono::steady_clock::time_point now) {
     std::vector<MetricFamily> families = {
         ToFamily("corvane_build_info", "1; the label names the version.",
                  {{{{"version", CORVANE_VERSION}}, 1.0}}),
@@ -265,16 +299,23 @@ void ReportMetrics::Store(std::shared_ptr<const Report> report) {
     m_report.swap(report);
 }
 
-std::vector<MetricFamily> ReportMetrics::Collect() const {
-    std::shared_ptr<const Report> report;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        report = m_report;
+std::shared_ptr<const Report> ReportMetrics::Newest() const {
+    if (m_latest) {
+        return m_latest();
     }
-    return ToMetrics(report.get(), Clock::now());
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_report;
 }
 
-std::string ToPrometheusText(const Report* report, Clock::time_point now) {
+std::vector<MetricFamily> ReportMetrics::Collect() const {
+    try {
+        return ToMetrics(Newest().get(), std::chrono::steady_clock::now());
+    } catch (const std::bad_alloc&) {
+        return {};  // an exposer's thread lets nothing pass
+    }
+}
+
+std::string ToPrometheusText(const Report* report, std::chrono::steady_clock::time_point now) {
     return prometheus::TextSerializer().Serialize(ToMetrics(report, now));
 }
 

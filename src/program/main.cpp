@@ -1,16 +1,26 @@
 // corvane-monitor: shows how busy this machine and its processes are.
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <new>
+#include <optional>
 #include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
 
 #include "host_logging.h"
+#include "inbox.h"
 #include "live_view.h"
-#include "monitor_loop.h"
+#include "monitor_service.h"
 #include "options.h"
 #include "report_json.h"
 #include "stop_signal.h"
@@ -23,98 +33,187 @@ namespace {
 using namespace corvane;
 using namespace corvane::program;
 
+constexpr std::chrono::seconds LONG_WAIT{10};  // a user who sees nothing that long wonders
+
+void PrintOut(const std::string& text) {
+    if (fputs(text.c_str(), stdout) < 0 || fflush(stdout) != 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot write to standard output");
+    }
+}
+
+void PrintNote(const std::string& note) {
+    try {
+        fprintf(stderr, "corvane-monitor: %s\n", Printable(note).c_str());
+    } catch (const std::bad_alloc&) {
+        fputs("corvane-monitor: not enough memory\n", stderr);
+    }
+}
+
+/// Prints each note when it begins to hold.
+class Notes {
+public:
+    void Print(const std::vector<std::string>& notes) {
+        for (const std::string& note : notes) {
+            if (std::find(m_held.begin(), m_held.end(), note) == m_held.end()) {
+                PrintNote(note);
+            }
+        }
+        m_held = notes;
+    }
+
+private:
+    std::vector<std::string> m_held;
+};
+
 /// Where reports go: a screen, a web server, or lines on standard output.
 class Outputs {
 public:
-    explicit Outputs(const Options& options)
-        : m_format(options.format),
+    Outputs(const Options& options, HostLogCategory& log)
+        : m_log(log),
+          m_format(options.format),
           m_colour(isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr) {
         if (options.web) {
             m_server = std::make_unique<WebServer>(*options.web);
-            PrintNotes(m_server->Notes());
-            fprintf(stderr, "corvane-monitor: page on %s/, metrics on %s/metrics\n",
-                    m_server->Url().c_str(), m_server->Url().c_str());
+            for (const std::string& note : m_server->Notes()) {
+                PrintNote(note);
+            }
+            PrintNote("page on " + m_server->Url() + "/, metrics on " + m_server->Url() +
+                      "/metrics");
         } else if (options.watch) {
             m_view = std::make_unique<LiveView>();
+            m_log.Redirect([this](const std::string& line) { m_view->AddLogLine(line); });
+        } else if (isatty(STDERR_FILENO) != 0 && options.service.report_interval >= LONG_WAIT) {
+            PrintNote("the first report comes in " +
+                      std::to_string(options.service.report_interval.count()) + " s");
         }
     }
+
+    Outputs(const Outputs&) = delete;
+    Outputs& operator=(const Outputs&) = delete;
+    ~Outputs() { m_log.Redirect({}); }
 
     bool TakesInput() const { return m_view != nullptr; }
     bool HandleInput() { return m_view->HandleInput(); }
 
-    /// False when standard output is gone.
-    bool Put(const Report& report) {
+    /// To be called about once a second.
+    void Tick() {
         if (m_view != nullptr) {
-            m_view->Show(report);
-            return true;
+            m_view->Tick();
         }
-        PrintNotes(report.notes);
-        if (m_server != nullptr) {
-            m_server->Store(std::make_shared<const Report>(report));
-            return true;
-        }
-        const bool first = m_first;
-        m_first = false;
-        std::string text = ReportToJson(report) + "\n";
-        if (m_format == OutputFormat::Table) {
-            text = (first ? "" : "\n") + FormatTable(report, m_colour);
-        }
-        return fputs(text.c_str(), stdout) >= 0 && fflush(stdout) == 0;
     }
 
-    static void PrintNotes(const std::vector<std::string>& notes) {
-        for (const std::string& note : notes) {
-            fprintf(stderr, "corvane-monitor: %s\n", Printable(note).c_str());
+    /// @throws std::system_error standard output cannot be written to
+    void Put(const std::shared_ptr<const Report>& report) {
+        if (m_view != nullptr) {
+            m_view->Show(report);
+            return;
         }
+        m_notes.Print(report->notes);
+        if (m_server != nullptr) {
+            m_server->Store(report);
+            return;
+        }
+        if (m_format == OutputFormat::Json) {
+            PrintOut(ReportToJson(*report) + "\n");
+            return;
+        }
+        PrintOut((m_first ? "" : "\n") + FormatTable(*report, m_colour));
+        m_first = false;
     }
 
 private:
+    HostLogCategory& m_log;
     OutputFormat m_format;
     bool m_colour;
     bool m_first = true;
+    Notes m_notes;
     std::unique_ptr<WebServer> m_server;
     std::unique_ptr<LiveView> m_view;
 };
 
-int Run(const Options& options) {
-    StopSignal stop_signal;
-    HostLogCategory log(options.log_priority);
-    MonitorLoop loop(*CorvaneCommon::CMonitorPhysicalUtil::GetInstance(), options.loop, &log,
-                     Clock::now());
-    Outputs::PrintNotes(loop.TakeNotes());
-    Outputs outputs(options);
-    uint64_t reports = 0;
-    while (!options.count || reports < *options.count) {
-        const Wake wake = stop_signal.Wait(loop.NextDue(), outputs.TakesInput());
-        if (wake == Wake::Stop) {
-            break;
+/// Shows what waits in the inbox. False: the user, or the number of reports, asks for the end.
+bool PutReports(Inbox& inbox, Outputs& outputs, const std::optional<uint64_t>& count,
+                uint64_t& reports) {
+    if (const uint64_t dropped = inbox.TakeDropped()) {
+        PrintNote(std::to_string(dropped) + " reports are lost: the output was held up");
+    }
+    while (!inbox.IsStopped()) {
+        const auto report = inbox.Take();
+        if (report == nullptr) {
+            return true;
         }
-        if (wake == Wake::Input && !outputs.HandleInput()) {
-            break;
-        }
-        if (const auto report = loop.RunDue(Clock::now())) {
-            ++reports;
-            if (!outputs.Put(*report)) {
-                return EXIT_FAILURE;
-            }
+        ++reports;
+        outputs.Put(report);
+        if (reports == count) {
+            return false;
         }
     }
-    return EXIT_SUCCESS;
+    return false;
+}
+
+/// Until the end that the user asks for.
+void ShowReports(Inbox& inbox, Outputs& outputs, const std::optional<uint64_t>& count) {
+    uint64_t reports = 0;
+    for (bool go_on = true; go_on;) {
+        const Inbox::Wake wake = inbox.Wait(outputs.TakesInput());
+        try {
+            if (wake == Inbox::Wake::Tick) {
+                outputs.Tick();
+            }
+            go_on = wake != Inbox::Wake::TerminalGone &&
+                    (wake != Inbox::Wake::Input || outputs.HandleInput()) &&
+                    PutReports(inbox, outputs, count, reports);
+        } catch (const std::bad_alloc&) {
+            fputs("corvane-monitor: a report is lost: not enough memory\n", stderr);
+            go_on = reports != count;
+        }
+    }
+}
+
+void Run(const Options& options) {
+    const auto inbox = std::make_shared<Inbox>();
+    OnStopSignal([inbox] { inbox->Stop(); });
+    // A thread that a file holds up at the end may still log.
+    static auto* const log = new HostLogCategory(options.log_priority, options.log_file);
+    Outputs outputs(options, *log);
+    ServiceSettings settings = options.service;
+    settings.log = log;
+    settings.on_report = [inbox](const std::shared_ptr<const Report>& report) {
+        inbox->Put(report);
+    };
+    const MonitorService service(std::move(settings));
+    ShowReports(*inbox, outputs, options.count);
+}
+
+/// What is opened later must not become standard output by taking its number.
+void OccupyStandardDescriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(descriptor, F_GETFD) < 0) {
+            (void)open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        }
+    }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
-        const CommandLine command_line = ParseCommandLine(argc, argv);
-        if (!command_line.options) {
-            fputs(command_line.text.c_str(), command_line.exit_status == 0 ? stdout : stderr);
-            return command_line.exit_status;
-        }
+        OccupyStandardDescriptors();
         signal(SIGPIPE, SIG_IGN);
-        return Run(*command_line.options);
+        const CommandLine command_line = ParseCommandLine(argc, argv);
+        if (command_line.options) {
+            Run(*command_line.options);
+        } else if (command_line.exit_status == EXIT_SUCCESS) {
+            PrintOut(command_line.text);
+        } else {
+            fputs(command_line.text.c_str(), stderr);
+        }
+        return command_line.exit_status;
+    } catch (const std::bad_alloc&) {
+        fputs("corvane-monitor: not enough memory\n", stderr);
+        return EXIT_FAILURE;
     } catch (const std::exception& error) {
-        fprintf(stderr, "corvane-monitor: %s\n", Printable(error.what()).c_str());
+        PrintNote(error.what());
         return EXIT_FAILURE;
     }
 }

@@ -1,28 +1,17 @@
-// Waiting until a time, a signal that asks the program to end, or input.
+// The signals that ask the program to end.
 #pragma once
 
-#include "schedule.h"
+#include <functional>
 
 namespace corvane::program {
 
-enum class Wake { Deadline, Stop, Input };
-
-/// From construction on, SIGINT, SIGTERM, SIGHUP and SIGQUIT no longer end the program; Wait()
-/// reports them (SIGHUP not under nohup). Construct it before any thread is started: threads
-/// inherit the blocked signals.
-class StopSignal {
-public:
-    StopSignal();
-    StopSignal(const StopSignal&) = delete;
-    StopSignal& operator=(const StopSignal&) = delete;
-    ~StopSignal();
-
-    /// Waits until the deadline, a stop signal or, with `with_input`, input on the terminal (a
-    /// change of its size counts as input, the loss of the terminal as a stop signal).
-    Wake Wait(Clock::time_point deadline, bool with_input);
-
-private:
-    int m_signal_fd = -1;
-};
+/// From now on SIGINT, SIGTERM, SIGHUP (not under nohup) and SIGQUIT call `on_stop` once, on a
+/// thread of its own. Whatever holds up the other threads then, a file, a terminal or an exit
+/// handler, the process ends within a second, with status 0.
+///
+/// Call it once, before any other thread is started: threads inherit the blocked signals. What
+/// `on_stop` uses must live as long as the process.
+/// @throws std::system_error the thread cannot be started
+void OnStopSignal(std::function<void()> on_stop);
 
 }  // namespace corvane::program

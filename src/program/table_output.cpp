@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <ctime>
+#include <sstream>
 
+#include "scaled_text.h"
 #include "terminal_text.h"
 
 namespace corvane::program {
@@ -12,14 +14,15 @@ namespace corvane::program {
 namespace {
 
 constexpr size_t LINE_COLUMNS = 80;
-constexpr size_t DIRECTORY_COLUMNS = 25;
+constexpr size_t INDENT_COLUMNS = 9;  // of what stands below CPU and Network
+constexpr size_t INTERFACE_COLUMNS = 16;
+constexpr size_t DIRECTORY_COLUMNS = 23;
 constexpr size_t DISK_COLUMNS = 12;
-constexpr size_t COMMAND_COLUMNS = 16;
-constexpr size_t INTERFACE_COLUMNS = 10;
+constexpr size_t PROCESS_COLUMNS = 19;
+constexpr size_t COMMAND_COLUMNS = 15;
 constexpr size_t NAME_COLUMNS = 60;
+constexpr size_t MAX_INTERFACES = 8;  // beyond, those without traffic are only counted
 constexpr uint64_t PERCENT = 100;
-constexpr uint64_t BYTES_PER_MEGABIT = 1000000 / 8;
-constexpr uint64_t BYTES_PER_MIB = uint64_t{1024} * 1024;
 constexpr uint64_t HIGH_PERCENT = 90;
 
 std::string Heading(const std::string& text, bool colour) {
@@ -39,7 +42,7 @@ std::string LocalTime(std::chrono::system_clock::time_point time) {
     return text;
 }
 
-/// A figure in at most `columns`, 6 or more: one that is too long is rounded.
+/// A number in at most `columns`, 6 or more: one that is too long is rounded.
 template <typename Number>
 std::string Short(Number value, size_t columns) {
     const std::string text = fmt::format("{}", value);
@@ -47,86 +50,145 @@ std::string Short(Number value, size_t columns) {
 }
 
 /// A figure right-aligned in `columns`, its mark included.
-template <typename Number>
-std::string Figure(const FamilyStatus& status, Number value, size_t columns) {
-    if (!status.HasFigures()) {
-        return fmt::format("{:>{}} ", "-", columns - 1);
+std::string Figure(const FamilyStatus& status, const std::string& text, size_t columns) {
+    switch (status.state) {
+        case FigureState::Failed:
+            return fmt::format("{:>{}} ", "-", columns - 1);
+        case FigureState::Absent:
+            return fmt::format("{:>{}} ", "none", columns - 1);
+        case FigureState::Stale:
+            return fmt::format("{:>{}}*", text, columns - 1);
+        case FigureState::Fresh:
+            break;
     }
-    return fmt::format("{:>{}}{}", Short(value, columns - 1), columns - 1,
-                       status.state == FigureState::Stale ? '*' : ' ');
+    return fmt::format("{:>{}} ", text, columns - 1);
 }
 
-uint64_t Share(uint64_t part, uint64_t whole) {
-    return whole == 0 ? 0 : part * PERCENT / whole;
+template <typename Number>
+std::string Figure(const FamilyStatus& status, Number value, size_t columns) {
+    return Figure(status, Short(value, columns - 1), columns);
+}
+
+bool IsHigh(const FamilyStatus& status, uint64_t part, uint64_t whole) {
+    return status.HasFigures() && whole > 0 &&
+           static_cast<double>(part) * PERCENT >= static_cast<double>(whole) * HIGH_PERCENT;
+}
+
+std::string Trimmed(std::string text) {
+    text.resize(text.find_last_not_of(' ') + 1);
+    return text;
 }
 
 std::string CpuLines(const CpuFigures& cpu, bool colour) {
     const uint64_t most = PERCENT * cpu.core_number;
-    const bool high = cpu.status.HasFigures() && cpu.peak_percent * PERCENT >= most * HIGH_PERCENT;
     std::string text = fmt::format(
         "{}      peak {} of {} %   now {}\n", Heading("CPU", colour),
-        Alarm(Figure(cpu.status, cpu.peak_percent, 7), high, colour), most,
+        Alarm(Figure(cpu.status, cpu.peak_percent, 7), IsHigh(cpu.status, cpu.peak_percent, most),
+              colour),
+        most == 0 ? "-" : std::to_string(most),
         cpu.latest_percent ? fmt::format("{} %", *cpu.latest_percent) : std::string("-"));
+    const std::string indent(INDENT_COLUMNS - 2, ' ');
     std::string line;
+    size_t used = INDENT_COLUMNS;
     for (const CoreFigures& core : cpu.cores) {
-        const std::string cell =
-            fmt::format("  {} {:>3} %", FitColumns(core.name, 7), core.percent);
-        if (9 + line.size() + cell.size() > LINE_COLUMNS) {
-            text += "       " + line + "\n";
+        constexpr size_t CELL_COLUMNS = 15;
+        if (used + CELL_COLUMNS > LINE_COLUMNS) {
+            text += indent + line + "\n";
             line.clear();
+            used = INDENT_COLUMNS;
         }
-        line += cell;
+        line += fmt::format("  {} {:>3} %", FitColumns(core.name, 7), core.percent);
+        used += CELL_COLUMNS;
     }
-    return line.empty() ? text : text + "       " + line + "\n";
+    return line.empty() ? text : text + indent + line + "\n";
 }
 
 std::string MemoryLine(const MemoryFigures& memory, bool colour) {
     if (!memory.status.HasFigures()) {
         return Heading("Memory", colour) + "   -\n";
     }
-    const uint64_t share = Share(memory.used_mib, memory.total_mib);
-    return fmt::format("{}   used {} of {} MiB   {}\n", Heading("Memory", colour),
-                       Short(memory.used_mib, 14), Short(memory.total_mib, 14),
-                       Alarm(Short(share, 6) + " %", share >= HIGH_PERCENT, colour));
+    const uint64_t share = memory.total_mib == 0 ? 0 : memory.used_mib * PERCENT / memory.total_mib;
+    return fmt::format("{}   used {}of {}   {}\n", Heading("Memory", colour),
+                       Figure(memory.status, MibText(memory.used_mib), 9),
+                       MibText(memory.total_mib),
+                       Alarm(Short(share, 6) + " %",
+                             IsHigh(memory.status, memory.used_mib, memory.total_mib), colour));
 }
 
-std::string PeakText(const char* direction, const FamilyStatus& status, const TrafficPeak& peak) {
-    return fmt::format("{} {} Mbit/s {}", direction,
-                       Figure(status, peak.bytes_per_second / BYTES_PER_MEGABIT, 8),
-                       FitColumns(peak.interface, INTERFACE_COLUMNS));
+std::string InterfaceLine(const InterfaceFigures& row) {
+    return fmt::format(
+        "  {} {:>9}  {:>9} {:>15} {:>15}\n", FitColumns(row.name, INTERFACE_COLUMNS),
+        RateText(row.receive_bytes_per_second), RateText(row.transmit_bytes_per_second),
+        Short(row.receive_packets_per_second, 15), Short(row.transmit_packets_per_second, 15));
+}
+
+/// "of eth0", or "of eth0 / eth1" when each direction was busiest on another one.
+std::string PeakInterfaces(const NetworkFigures& network) {
+    const std::string& receive = network.receive.interface;
+    const std::string& transmit = network.transmit.interface;
+    if (!network.status.HasFigures() || (receive.empty() && transmit.empty())) {
+        return "";
+    }
+    if (receive == transmit) {
+        return "of " + FitColumns(receive, INTERFACE_COLUMNS);
+    }
+    const auto name = [](const std::string& text) {
+        return Trimmed(FitColumns(text.empty() ? "-" : text, INTERFACE_COLUMNS));
+    };
+    return "of " + name(receive) + " / " + name(transmit);
 }
 
 std::string NetworkLines(const NetworkFigures& network, bool colour) {
-    std::string text = fmt::format("{}  {} {}\n", Heading("Network", colour),
-                                   PeakText("receive", network.status, network.receive),
-                                   PeakText("transmit", network.status, network.transmit));
+    std::string text = Heading(fmt::format("{:<18} {:>9}  {:>9} {:>15} {:>15}", "Network",
+                                           "Receive", "Transmit", "Packets in/s", "Packets out/s"),
+                               colour) +
+                       "\n";
+    text +=
+        Trimmed(fmt::format("  {:<16} {} {} {}", "peak",
+                            Figure(network.status, RateText(network.receive.bytes_per_second), 10),
+                            Figure(network.status, RateText(network.transmit.bytes_per_second), 10),
+                            PeakInterfaces(network))) +
+        "\n";
+    size_t idle = 0;
     for (const InterfaceFigures& row : network.interfaces) {
-        text += fmt::format("         {} receive {:>10} B/s   transmit {:>10} B/s\n",
-                            FitColumns(row.name, INTERFACE_COLUMNS), row.receive_bytes_per_second,
-                            row.transmit_bytes_per_second);
+        const bool is_idle =
+            row.receive_bytes_per_second == 0 && row.transmit_bytes_per_second == 0 &&
+            row.receive_packets_per_second == 0 && row.transmit_packets_per_second == 0;
+        if (is_idle && network.interfaces.size() > MAX_INTERFACES) {
+            ++idle;
+        } else {
+            text += InterfaceLine(row);
+        }
     }
-    return text;
+    return idle == 0 ? text : text + fmt::format("  +{} without traffic\n", idle);
 }
 
 std::string DirectoryLines(const std::vector<DirectoryFigures>& directories, bool colour) {
     if (directories.empty()) {
         return "";
     }
-    std::string text = Heading(fmt::format("{:<25} {:<12} {:>6} {:>9} {:>11} {:>11}", "Directory",
-                                           "Disk", "Busy %", "Ops/s", "Used MiB", "Total MiB"),
-                               colour) +
-                       "\n";
+    std::string text =
+        Heading(fmt::format("{:<23} {:<12} {:>6} {:>7} {:>8} {:>8} {:>9}", "Directory", "Disk",
+                            "Busy %", "Ops/s", "Used", "Free", "Size"),
+                colour) +
+        "\n";
     for (const DirectoryFigures& row : directories) {
-        const bool busy = row.io.HasFigures() && row.busy_percent >= HIGH_PERCENT;
-        const bool full =
-            row.space.HasFigures() && Share(row.used_bytes, row.total_bytes) >= HIGH_PERCENT;
-        text +=
-            fmt::format("{} {} {}{}{}{}\n", FitColumns(row.directory, DIRECTORY_COLUMNS),
-                        FitColumns(row.disk, DISK_COLUMNS),
-                        Alarm(Figure(row.io, row.busy_percent, 7), busy, colour),
-                        Figure(row.io, row.operations_per_second, 10),
-                        Alarm(Figure(row.space, row.used_bytes / BYTES_PER_MIB, 12), full, colour),
-                        Figure(row.space, row.total_bytes / BYTES_PER_MIB, 12));
+        const bool is_full =
+            IsHigh(row.space, row.used_bytes, row.used_bytes + row.available_bytes);
+        std::string disk = row.disk;
+        if (disk.empty()) {
+            disk = row.io.state == FigureState::Absent ? "none" : "-";
+        }
+        text += Trimmed(fmt::format(
+                    "{} {} {}{}{}{}{}", FitColumns(row.directory, DIRECTORY_COLUMNS),
+                    FitColumns(disk, DISK_COLUMNS),
+                    Alarm(Figure(row.io, row.busy_percent, 7),
+                          IsHigh(row.io, row.busy_percent, PERCENT), colour),
+                    Figure(row.io, row.operations_per_second, 8),
+                    Alarm(Figure(row.space, BytesText(row.used_bytes), 9), is_full, colour),
+                    Alarm(Figure(row.space, BytesText(row.available_bytes), 9), is_full, colour),
+                    Figure(row.space, BytesText(row.total_bytes), 10))) +
+                "\n";
     }
     return text;
 }
@@ -136,49 +198,64 @@ std::string ProcessLines(const std::vector<ProcessFigures>& processes, bool colo
         return "";
     }
     std::string text =
-        Heading(fmt::format("{:>10} {:<16} {:>7} {:>9} {:>14} {:>14}", "PID", "Command", "CPU %",
-                            "Thread %", "Resident MiB", "Virtual MiB"),
+        Heading(fmt::format("{:<19} {:>8} {:<15} {:>6} {:>9} {:>8} {:>8}", "Process", "PID",
+                            "Command", "CPU %", "Thread %", "Resident", "Virtual"),
                 colour) +
         "\n";
     for (const ProcessFigures& row : processes) {
         const std::string name =
-            fmt::format("{:>10} {}", row.pid, FitColumns(row.command, COMMAND_COLUMNS));
+            fmt::format("{} {:>8} {}", FitColumns(row.target, PROCESS_COLUMNS),
+                        row.pid == 0 ? "-" : Short(row.pid, 8),
+                        FitColumns(row.command.empty() ? "-" : row.command, COMMAND_COLUMNS));
         if (!row.running) {
-            text += name + "  gone\n";
+            text += name + "  not running\n";
             continue;
         }
-        text += fmt::format("{} {}{}{} {}\n", name, Figure(row.cpu, row.cpu_peak_percent, 8),
-                            Figure(row.cpu, row.thread_peak_percent.value_or(0), 10),
-                            Figure(row.memory, row.resident_mib, 15),
-                            Figure(row.memory, row.virtual_mib, 14));
+        const std::string thread =
+            row.thread_peak_percent ? std::to_string(*row.thread_peak_percent) : "-";
+        text += Trimmed(fmt::format("{} {}{}{}{}", name, Figure(row.cpu, row.cpu_peak_percent, 7),
+                                    Figure(row.cpu, thread, 10),
+                                    Figure(row.memory, MibText(row.resident_mib), 9),
+                                    Figure(row.memory, MibText(row.virtual_mib), 9))) +
+                "\n";
     }
     return text;
 }
 
-/// Which families carry a '*' or a '-'.
-std::string StateLines(const Report& report, FigureState state, const char* label) {
-    std::string text;
+/// Words in lines that fit; a word that is too long for a line is cut.
+std::string Wrapped(const std::string& text) {
+    constexpr size_t INDENT = 2;
+    std::string wrapped;
     size_t used = 0;
-    for (const Family& family : Families(report)) {
-        if (family.status.state != state) {
-            continue;
+    std::istringstream words(Printable(text));
+    for (std::string word; std::getline(words, word, ' ');) {
+        size_t columns = ColumnsOf(word);
+        if (columns > LINE_COLUMNS - INDENT - 1) {
+            columns = LINE_COLUMNS - INDENT - 1;
+            word = FitColumns(word, columns);
         }
-        std::string name = FitColumns(family.name, std::min(family.name.size(), NAME_COLUMNS));
-        name.resize(name.find_last_not_of(' ') + 1);
-        if (text.empty()) {
-            text = label;
-            used = text.size();
-        } else if (used + 2 + name.size() + 1 > LINE_COLUMNS) {
-            text += ",\n  ";
-            used = 2;
+        if (used > 0 && used + 1 + columns > LINE_COLUMNS) {
+            wrapped += "\n" + std::string(INDENT, ' ') + word;
+            used = INDENT + columns;
         } else {
-            text += ", ";
-            used += 2;
+            wrapped += (used > 0 ? " " : "") + word;
+            used += (used > 0 ? 1 : 0) + columns;
         }
-        text += name;
-        used += name.size();
     }
-    return text.empty() ? "" : text + "\n";
+    return wrapped + "\n";
+}
+
+/// Which families carry a '*' or a '-', and why.
+std::string StateLines(const Report& report, FigureState state, const std::string& label) {
+    std::string text;
+    for (const Family& family : Families(report)) {
+        if (family.status.state == state) {
+            const std::string& reason = family.status.reason;
+            text += Wrapped(label + Trimmed(FitColumns(family.name, NAME_COLUMNS)) +
+                            (reason.empty() ? "" : ": " + reason));
+        }
+    }
+    return text;
 }
 
 }  // namespace

@@ -7,8 +7,9 @@
 
 namespace corvane::program {
 
-/// Text for a terminal or a pipe, each line ended. A figure that was not measured is "-"; a stale
-/// one is followed by '*'. With `colour`, headings are bold and high loads red (ANSI sequences).
+/// Text for a terminal or a pipe, each line ended. A figure that was not measured is "-", one that
+/// does not exist by nature "none", a stale one is followed by '*'; lines at the end give the
+/// reasons. With `colour`, headings are bold and high loads red (ANSI sequences).
 std::string FormatTable(const Report& report, bool colour);
 
 }  // namespace corvane::program

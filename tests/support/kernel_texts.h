@@ -1,8 +1,10 @@
-// Texts of made-up machines.
+// Texts of made-up machines, line by line or from a list: "cpu0 10 90, cpu1 0 100".
 #pragma once
 
 #include <cstdint>
 #include <initializer_list>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -30,7 +32,7 @@ inline std::string StatText(const std::vector<Core>& cores) {
         idle += core.idle;
         lines += CPULine(core.name, core.user, core.idle);
     }
-    return CPULine("cpu", user, idle) + lines + "intr 12345 0 0\nctxt 67890\nbtime 1700000000\n";
+    return CPULine("cpu", user, idle) + lines + "intr 12345 0 0\nctxt 67890\n";
 }
 
 /// A line of /proc/net/dev.
@@ -61,13 +63,60 @@ inline std::string DiskLine(const std::string& name, uint64_t reads, uint64_t wr
            " 0 0 0 0 0 0 0\n";
 }
 
-/// A /proc/PID/stat; `rest` are fields 18 and on.
+/// A /proc/PID/stat.
 inline std::string ProcessStatText(uint32_t pid, const std::string& command, uint64_t user,
                                    uint64_t system, uint64_t user_wait = 0,
                                    uint64_t system_wait = 0) {
     return std::to_string(pid) + " (" + command + ") S 1 1234 1234 0 -1 4194560 100 0 0 0 " +
            std::to_string(user) + " " + std::to_string(system) + " " + std::to_string(user_wait) +
            " " + std::to_string(system_wait) + " 20 0 4 0 100 0 0\n";
+}
+
+struct Row {
+    std::string name;
+    std::vector<uint64_t> numbers;
+};
+
+inline std::vector<Row> Rows(const std::string& list) {
+    std::vector<Row> rows;
+    std::istringstream stream(list);
+    for (std::string text; std::getline(stream, text, ',');) {
+        std::istringstream words(text);
+        rows.emplace_back();
+        words >> rows.back().name;
+        for (uint64_t number = 0; words >> number;) {
+            rows.back().numbers.push_back(number);
+        }
+    }
+    return rows;
+}
+
+/// Cores with busy and idle ticks.
+inline std::map<std::string, std::string> Stat(const std::string& list) {
+    std::vector<Core> cores;
+    for (const Row& row : Rows(list)) {
+        cores.push_back({row.name, row.numbers[0], row.numbers[1]});
+    }
+    return {{"/proc/stat", StatText(cores)}};
+}
+
+/// Lines of interfaces with megabits received and sent, and as many packets of each.
+inline std::string Nics(const std::string& list) {
+    constexpr uint64_t MEGABIT = 125000;  // bytes
+    std::string text;
+    for (const auto& [name, n] : Rows(list)) {
+        text += NicLine(name, n[0] * MEGABIT, n[0], n[1] * MEGABIT, n[1]);
+    }
+    return text;
+}
+
+/// Disks with reads, writes and busy milliseconds.
+inline std::map<std::string, std::string> Disks(const std::string& list) {
+    std::string text;
+    for (const auto& [name, n] : Rows(list)) {
+        text += DiskLine(name, n[0], n[1], n[2]);
+    }
+    return {{"/proc/diskstats", text}};
 }
 
 }  // namespace corvane_test

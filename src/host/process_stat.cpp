@@ -1,0 +1,52 @@
+#include "process_stat.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cinttypes>
+#include <csignal>
+#include <cstdio>
+
+#include "text_file.h"
+
+namespace corvane {
+
+std::optional<ProcessStat> ParseProcessStat(const std::string& stat_text) {
+    const size_t name_end = stat_text.rfind(')');
+    ProcessStat stat;
+    if (name_end == std::string::npos ||
+        sscanf(stat_text.c_str() + name_end + 1,
+               " %c %" SCNu32 " %*d %*d %*d %*d %*u %*u %*u %*u %*u %*u %*u %*d %*d %*d %*d %*d"
+               " %*d %" SCNu64,
+               &stat.state, &stat.parent, &stat.start_time) != 3) {
+        return std::nullopt;
+    }
+    return stat;
+}
+
+std::optional<ProcessStat> ReadProcessStat(uint32_t pid) {
+    return ParseProcessStat(ReadWholeFile(ProcessFile(pid, "stat")));
+}
+
+std::optional<uint32_t> PidFromText(const std::string& text) {
+    uint32_t pid = 0;
+    const char* const end = text.data() + text.size();
+    const auto [last, error] = std::from_chars(text.data(), end, pid);
+    return error == std::errc() && last == end && pid > 0 ? std::optional(pid) : std::nullopt;
+}
+
+std::string ProcessFile(uint32_t pid, const char* name) {
+    return "/proc/" + std::to_string(pid) + "/" + name;
+}
+
+Presence ProcessPresence(uint32_t pid) {
+    if (access(ProcessFile(pid, "").c_str(), F_OK) == 0) {
+        return Presence::Shown;
+    }
+    const auto number = static_cast<pid_t>(pid);  // a negative one would be a group's
+    const bool exists = number > 0 && (kill(number, 0) == 0 || errno == EPERM);
+    return exists ? Presence::Hidden : Presence::None;
+}
+
+}  // namespace corvane

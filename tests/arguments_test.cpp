@@ -1,0 +1,202 @@
+// What operations refuse, each argument alone: status and text, no file read, nothing changed.
+#include <regex>
+#include <type_traits>
+
+#include "host.h"
+
+namespace corvane_test {
+namespace {
+
+using namespace CorvaneCommon;
+
+class Arguments : public HostTest {
+protected:
+    /// Expects the text, with an argument's value in each "#", for a null, 0 or "" in each place.
+    template <typename RefusedCall, typename... Good>
+    void Refuses(const std::string& text, const RefusedCall& call, Good... good) {
+        const auto with = [&](auto& argument, const auto& value) {
+            const auto kept = std::exchange(argument, value);
+            std::string expected = text;
+            (Fill(expected, good), ...);
+            const std::string seen = See([&] { return call(good..., 0, 0); });
+            EXPECT_EQ(std::regex_replace(seen, std::regex("0x[0-9a-f]+"), "PTR"), expected);
+            argument = kept;
+        };
+        const auto with_empty_text = [&](auto& argument) {
+            if constexpr (std::is_same_v<decltype(argument), const char*&>) {
+                with(argument, "");
+            }
+        };
+        (with(good, Good()), ...);
+        (with_empty_text(good), ...);
+    }
+
+    template <typename Value>
+    static void Fill(std::string& text, Value value) {
+        std::string shown = "PTR";
+        if constexpr (std::is_pointer_v<Value>) {
+            shown = value == nullptr ? "(nil)" : shown;
+        } else {
+            shown = std::to_string(value);
+        }
+        const size_t place = text.find('#');
+        text.replace(std::min(place, text.size()), place == std::string::npos ? 0 : 1,
+                     place == std::string::npos ? "" : shown);
+    }
+};
+
+// The call with its arguments as a, b and c, and values for them that are not refused.
+#define REFUSES(text, call, ...)                                                                  \
+    Refuses(                                                                                      \
+        text,                                                                                     \
+        [&]([[maybe_unused]] auto a, [[maybe_unused]] auto b, [[maybe_unused]] auto c, auto...) { \
+            return call;                                                                          \
+        },                                                                                        \
+        __VA_ARGS__)
+
+TEST_F(Arguments, RefusedOneByOne) {
+    Boot(Stat("cpu0 1 1"), KernelFiles{{"/proc/17/stat", ""}, {"/data/x", ""}});
+    CPUInfo cpu;
+    ProcessCPUInfo process;
+    NetworkInfo nic;
+    DiskIOInfo disk;
+    DiskIOInfoResult load;
+    auto* no_names = static_cast<DiskNameInfoResult*>(nullptr);
+    const char* const dir = "/data";
+    const char* dirs[] = {dir};
+    constexpr uint64_t SECONDS = 5;
+    uint32_t rate = 7;
+    int32_t* const percent = out.percent;
+    char* const text = out.text;
+    kernel.ResetCounts();
+    REFUSES(
+        "FAILED; file_content is NULL or 0 >= file_content_length or file_path is NULL, "
+        "file_content: #, file_content_length: #, file_path: #.",
+        inside->ReadFromFile(a, b, c, log), text, 4U, dir);
+    REFUSES(
+        "WRONG; real_file_path is NULL or real_file_path_length <=0 or file_path is NULL, "
+        "real_file_path: #, file path: #, real_file_path_length: #.",
+        inside->GetRealFilePath(a, c, b, log), text, text, 9U);
+    REFUSES(
+        "WRONG; raw_cpu_info is NULL or raw_cpu_info_length is 0, raw_cpu_info: #, "
+        "raw_cpu_info_length: #.",
+        inside->GetRawCPUInfo(a, b, log), text, 7U);
+    REFUSES(
+        "WRONG; cpu_core_name is NULL or cpu_core_name's length is 0 or now_cpu_info is NULL, "
+        "cpu_core_name: #, now_cpu_info: #.",
+        inside->GetCPUInfo(b, a, log), dir, &cpu);
+    REFUSES(
+        "WRONG; now_cpu_info is NULL or cpu_core_name is NULL or cpu_core_name's length is 0, "
+        "cpu_core_name: #, now_cpu_info: #.",
+        inside->CalcCPUInfo(rate, a, inside->old_cpu_info, b, true, true, log), dir, &cpu);
+    REFUSES("WRONG; cpu_info_result is NULL.", m->GetCPUMonitorInfo(a, log), &out.core);
+    REFUSES("WRONG; cpu_info_result is NULL.", m->GetCPUMonitorInfoForTinyCycle(a, log), &out.core);
+    REFUSES(
+        "WRONG; cpu_core_name is NULL or cpu_core_name's length is 0 or cpu_info_result is NULL, "
+        "cpu_core_name: #, cpu_info_result: #.",
+        m->GetCPUMonitorInfo(b, a, true, log), dir, &out.core);
+    REFUSES("WRONG; now_process_cpu_info is NULL or 0 >= pid, now_cpu_info: #, pid: #.",
+            inside->GetProcessCPUInfo(a, b, true, log), &process, PID);
+    REFUSES(
+        "WRONG; now_cpu_info is NULL or now_process_cpu_info is NULL or 0>= pid, now_cpu_info: #, "
+        "now_process_cpu_info: #, pid: #.; percent 0 0",
+        m->CalcProcessCPUInfoForTinyCycle(percent[0], percent[1], a, b, c, true, log), &cpu,
+        &process, PID);
+    REFUSES("WRONG; 0 >= pid or pid not exist pid: #.", m->CalcProcessCPUMonitorInfo(a, log, true),
+            PID);
+    REFUSES("WRONG; 0 >= pid or pid not exist pid: #.",
+            m->CalcProcessNetworkMonitorInfoForTinyCycle(a, 0, true, log), PID);
+    REFUSES("WRONG; memory_info is NULL.", m->GetMemoryMonitorInfo(a, log), &out.memory);
+    REFUSES("WRONG; memory_info is NULL.", inside->GetMemoryInfo(a, log), &out.memory);
+    REFUSES("WRONG; process_memory_info is NULL or 0>= pid, process_memory_info: #, pid: #.",
+            inside->GetProcessMemoryInfo(a, b, log), &out.process_memory, PID);
+    REFUSES(
+        "WRONG; process_memory_info is NULL or 0>= pid or pid not exist, process_memory_info: #, "
+        "pid: #.",
+        m->GetProcessMemoryMonitorInfo(a, b, log), &out.process_memory, PID);
+    REFUSES(
+        "WRONG; raw_network_info is NULL or raw_network_info_length is 0, raw_network_info: #, "
+        "raw_network_info_length: #.",
+        inside->GetRawNetworkInfo(a, b, log), text, 7U);
+    REFUSES(
+        "WRONG; raw_network_info is NULL or raw_network_info_length is 0, raw_network_info: #, "
+        "raw_network_info_length: #.",
+        m->GetProcessRawNetworkInfo(a, b, PID, log), text, 7U);
+    REFUSES("WRONG; illegal pid <= 0, pid: #.", m->GetProcessRawNetworkInfo(nullptr, 0, a, log),
+            PID);
+    REFUSES(
+        "WRONG; nic_name is NULL or nic_name's length is 0 or network_info is NULL, nic_name: #, "
+        "network_info: #.",
+        inside->GetNetworkInfo(b, a, log), dir, &nic);
+    REFUSES(
+        "WRONG; now_network_info is NULL or network_info_result is NULL or 0>=time interval, "
+        "now_network_info: #, network_info_result: #, time interval: #.",
+        m->CalcNetworkInfoForTinyCycle(b, a, "eth1", c, true, log), &nic, &out.interface, SECONDS);
+    REFUSES("WRONG; 0>=time interval, time interval: #.", m->CalcNetworkMonitorInfo(a, true, log),
+            SECONDS);
+    REFUSES("WRONG; 0>=time interval, time interval: #.",
+            m->CalcNetworkMonitorInfoForTinyCycle(a, true, log), SECONDS);
+    REFUSES("WRONG; 0>=time interval, time interval: #.",
+            m->CalcProcessNetworkMonitorInfoForTinyCycle(PID, a, true, log), SECONDS);
+    REFUSES("WRONG; network_info_result is NULL, network_info_result: #.",
+            m->GetNetworkMonitorInfo(a, log), &out.interface);
+    REFUSES("WRONG; network_info_result is NULL, network_info_result: #.",
+            m->GetProcessNetworkMonitorInfoForTinyCycle(a, log), &out.interface);
+    REFUSES(
+        "WRONG; nic_name is NULL or nic_name's length is 0 or network_info_result is NULL or "
+        "0>=time interval, nic_name: #, network_info_result: #, time interval: #.",
+        m->GetNetworkMonitorInfo(b, a, c, true, log), dir, &out.interface, SECONDS);
+    REFUSES("WRONG; file_path is NULL or 0>= file_path_num, file_path: #, file_path_num: #.",
+            m->SetDiskInfo(a, b, log), dirs, 1U);
+    REFUSES("WRONG; disk_name_info_result is NULL.", m->GetDiskNameInfo(a, log), no_names);
+    REFUSES(
+        "WRONG; disk_name is NULL or file_path is NULL or file_path's length is 0 or "
+        "0>=disk_name_length, disk_name: #, file path: #, disk_name_length: #.",
+        m->GetDiskNameByFileName(a, c, b, log), text, dir, 9U);
+    REFUSES(
+        "WRONG; raw_disk_io_info is NULL or raw_disk_io_info_length is 0, raw_disk_io_info: #, "
+        "raw_disk_io_info_length: #.",
+        inside->GetRawDiskIOInfo(a, b, log), text, 7U);
+    REFUSES(
+        "WRONG; disk_name is NULL or disk_name's length is 0 or proc_diskstats is NULL or "
+        "proc_diskstats's length is 0, disk_name: #, proc_diskstats: #.",
+        inside->SetDiskIOStatInfo(b, a, log), dir, dir);
+    REFUSES(
+        "WRONG; disk_name is NULL or disk_name's length is 0 or disk_io_info is NULL, "
+        "disk_io_info: #, disk_name: #.",
+        inside->GetDiskIOInfoImpl(a, b, log), &disk, dir);
+    REFUSES(
+        "WRONG; disk_io_info is NULL or file_path is NULL or file_path's length is 0, "
+        "disk_io_info: #, file path: #.",
+        inside->GetDiskIOInfo(a, b, log), &disk, dir);
+    REFUSES(
+        "WRONG; now_disk_io_info is NULL or 0>= time_interval, now_disk_io_info: #, time_interval: "
+        "#.",
+        inside->CalcDiskIOInfo(rate, rate, a, b, true, log), &disk, SECONDS);
+    REFUSES(
+        "WRONG; 0>=time_interval or file_path is NULL or file_path's length is 0, file_path: #, "
+        "time_interval: #.",
+        m->CalcDiskIOMonitorInfo(a, b, true, log), dir, SECONDS);
+    REFUSES("WRONG; time_interval: #.", m->CalcDiskIOMonitorInfo(std::vector{dir}, a, true, log),
+            SECONDS);
+    REFUSES(
+        "WRONG; disk_io_info_result is NULL or file_path is NULL or file_path's length is 0, "
+        "disk_io_info_result: #, file_path: #.",
+        m->GetDiskIOMonitorInfo(a, b, log), &load, dir);
+    REFUSES(
+        "WRONG; disk_info_result is NULL or file_path is NULL or file_path's length is 0, "
+        "disk_info_result: #, file path: #.",
+        m->GetDiskMonitorInfo(a, b, log), &out.space, dir);
+    // A process that does not exist.
+    EXPECT_EQ(See([&] { return m->CalcProcessCPUMonitorInfoForTinyCycle(UINT32_MAX, log); }),
+              "WRONG; 0 >= pid or pid not exist pid: -1.");
+    EXPECT_EQ(See([&] { return m->CalcProcessNetworkMonitorInfoForTinyCycle(18, 1, true, log); }),
+              "WRONG; 0 >= pid or pid not exist pid: 18.");
+    EXPECT_NE(See([&] { return m->GetProcessMemoryMonitorInfo(&out.process_memory, 18, log); }),
+              "");
+    EXPECT_EQ(kernel.Count(KernelCall::Open), 0);
+    EXPECT_EQ(rate, 0U);
+}
+
+}  // namespace
+}  // namespace corvane_test

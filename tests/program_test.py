@@ -1,0 +1,622 @@
+"""The program from the outside: processes, terminals, sockets, and what its outputs say.
+
+Usage: program_test.py PATH-OF-CORVANE-MONITOR [CLASS[.TEST]...]
+Exits with 77 when everything was skipped. Runs as any user, in any environment.
+"""
+import ctypes
+import fcntl
+import json
+import os
+import pty
+import re
+import resource
+import select
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import termios
+import time
+import unicodedata
+import unittest
+import urllib.error
+import urllib.parse
+import urllib.request
+
+PROGRAM = os.path.abspath(sys.argv.pop(1)) if len(sys.argv) > 1 else sys.exit(__doc__)
+CONTRIB = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "contrib", "prometheus")
+os.environ["PATH"] = os.environ.get("PATH", os.defpath) + ":/usr/sbin:/sbin"
+LIBC = ctypes.CDLL(None, use_errno=True)
+NEW_NAMESPACE, NEW_USERS = 0x00020000, 0x10000000  # CLONE_NEWNS, CLONE_NEWUSER
+BIND, PRIVATE = 4096, 16384 | 1 << 18  # MS_BIND, MS_REC | MS_PRIVATE
+WITHIN_A_SECOND = 1.5  # of the promise, on a machine that has other work
+
+
+def tool(name):
+    path = shutil.which(name)
+    if path is None:
+        raise unittest.SkipTest(name + " is not installed")
+    return path
+
+
+def libc(call, *arguments):
+    if getattr(LIBC, call)(*arguments) != 0:
+        raise OSError(ctypes.get_errno(), call)
+
+
+def mount(source, target, kind, flags=0, data=""):
+    libc("mount", source.encode(), target.encode(), kind.encode(), flags, data.encode())
+
+
+def in_namespace(change):
+    """For preexec_fn: makes changes to mounts that nobody else sees."""
+    user, group = os.getuid(), os.getgid()
+
+    def enter():
+        libc("unshare", NEW_NAMESPACE if user == 0 else NEW_NAMESPACE | NEW_USERS)
+        if user != 0:
+            for name, text in (("setgroups", "deny"), ("uid_map", f"0 {user} 1"),
+                               ("gid_map", f"0 {group} 1")):
+                with open("/proc/self/" + name, "w") as file:
+                    file.write(text)
+        mount("none", "/", "", PRIVATE)
+        change()
+
+    return enter
+
+
+def read(path):
+    with open(path, encoding="utf-8", errors="surrogateescape", newline="") as file:
+        return file.read()
+
+
+def columns(line):
+    """What a line takes on a terminal."""
+    return sum(0 if unicodedata.category(c) in ("Mn", "Me") else
+               2 if unicodedata.east_asian_width(c) in "WF" else 1 for c in line)
+
+
+def drawn(terminal, seconds):
+    """What is written within some time, or until the other side is closed."""
+    end, text = time.monotonic() + seconds, b""
+    while select.select([terminal], [], [], max(0, end - time.monotonic()))[0]:
+        try:
+            text += os.read(terminal, 65536)
+        except OSError:
+            break
+    return text.decode(errors="replace")
+
+
+class ProgramTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+        os.chmod(self.folder, 0o755)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def spawn(self, *command, **settings):
+        process = subprocess.Popen(command, **{
+            "stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL,
+            "stderr": subprocess.DEVNULL, **settings})
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+    def start(self, *arguments, command=(PROGRAM,), **settings):
+        """The program, with its outputs in files: read them with output() and errors()."""
+        names = [tempfile.mkstemp(dir=self.folder)[1] for _ in range(2)]
+        with open(names[0], "wb") as out, open(names[1], "wb") as err:
+            process = self.spawn(*command, *arguments, **{"stdout": out, "stderr": err, **settings})
+        process.out, process.err = names
+        return process
+
+    def start_in_namespace(self, change, *arguments, **settings):
+        try:
+            return self.start(*arguments, preexec_fn=in_namespace(change), close_fds=False, **settings)
+        except (subprocess.SubprocessError, OSError) as error:
+            raise unittest.SkipTest("mounting in a namespace of its own is not allowed") from error
+
+    @staticmethod
+    def output(process):
+        return read(process.out)
+
+    @staticmethod
+    def errors(process):
+        return read(process.err)
+
+    def run_program(self, *arguments, status=0, **settings):
+        process = self.start(*arguments, **settings)
+        self.assertEqual(status, process.wait(30), self.errors(process))
+        return self.output(process), self.errors(process)
+
+    def until(self, condition, what, seconds=15):
+        end = time.monotonic() + seconds
+        while not (result := condition()):
+            self.assertLess(time.monotonic(), end, "in vain: " + what)
+            time.sleep(0.05)
+        return result
+
+    def ends(self, process, send=None):
+        """As it has to, after a signal."""
+        if send is not None:
+            process.send_signal(send)
+        try:
+            self.assertEqual(0, process.wait(WITHIN_A_SECOND))
+        except subprocess.TimeoutExpired:
+            self.fail("still running")
+
+    def reports(self, process):
+        """The JSON objects so far."""
+        return [json.loads(line) for line in self.output(process).split("\n")[:-1]]
+
+    def first_report(self, process):
+        return self.until(lambda: self.reports(process), "a first report")[0]
+
+    def listen(self, *arguments):
+        """Starts the program; gives the process, with .address"""
+        process = self.start("--listen", "127.0.0.1:0", *arguments, "1")
+        found = self.until(lambda: re.search(r"http://([^/ ]+)", self.errors(process)), "an address")
+        process.address = found[1]
+        return process
+
+    @staticmethod
+    def get(url):
+        with urllib.request.urlopen(url, timeout=10) as answer:
+            return answer.read().decode()
+
+    def scrape(self, process):
+        """The metrics, once there is a report."""
+        def measured():
+            text = self.get(f"http://{process.address}/metrics")
+            return text if "\ncorvane_up 1\n" in text else None
+        return self.until(measured, "a report")
+
+    def named_process(self, name):
+        """The kernel names a process by its file."""
+        file = os.path.join(os.fsencode(self.folder), name)
+        shutil.copy(tool("sleep"), file)
+        process = self.spawn(file, "60")
+        comm = f"/proc/{process.pid}/comm"
+        self.until(lambda: read(comm).encode(errors="surrogateescape") == name[:15] + b"\n", comm)
+        return process
+
+
+class Arguments(ProgramTest):
+    def test_what_is_refused(self):
+        gone = str(2**22)  # beyond the kernel's largest number
+        for named, *arguments in (
+                ("INTERVAL: not a whole number from 1 to 86400: 0", "0"),
+                ("INTERVAL: not a whole", "-1"), ("INTERVAL: not a whole", "1.5"),
+                ("INTERVAL: not a whole", "86401"), ("INTERVAL: not a whole", "0x10"),
+                ("COUNT: not a whole number from 1 on: 0", "1", "0"), ("not expected: 3", *"123"),
+                ("not expected: --bogus", "--bogus"), ("--pid: not a whole", "--pid", "0"),
+                ("--pid: not a whole", "--pid", "init"), ("--pid", "--pid"),
+                (f"process {gone} does not exist", "--pid", gone),
+                (f"process {gone} does not exist", "--pid", f"{os.getpid()},{gone}"),
+                ("the number after it", "--pid", "1", "1149"),
+                ("does not exist: /no/such", "--dir", "/no/such"), ("not exist", "--dir", ""),
+                ("does not exist: /?[31m?", "--dir", "/\x1b[31m\u202e"),
+                ("--pid-file: an empty name", "--pid-file", ""), ("--unit", "--unit="),
+                ("not an interface's name", "--interface", "x" * 16),
+                ("--interface", "--compatible", "--interface", "lo"),
+                ("--cycle: not a whole", "--cycle", "0"), ("longer than", "--cycle", "5", "1"),
+                ("longer than the INTERVAL", "--tiny-cycle", "2"),
+                ("--cores excludes --no-cores", "--cores", "--no-cores"),
+                ("xml (table, json)", "--format", "xml"), ("--format", "--format="),
+                ("excludes --watch", "--watch", "--format", "json"),
+                ("--watch excludes --listen", "--watch", "--listen", "9464"),
+                ("--listen", "--listen", "nowhere"), ("--listen", "--listen", "65536"),
+                ("not a log level: loud (off,", "--log-level", "loud"),
+                ("--log-file requires --log-level", "--log-file", "/tmp/x")):
+            with self.subTest(arguments):
+                out, err = self.run_program(*arguments, status=2)
+                self.assertEqual("", out)
+                self.assertRegex(err, r"^corvane-monitor: .*\n$")
+                self.assertIn(named, err)
+
+    def test_texts_and_number_of_reports(self):
+        self.assertRegex(self.run_program("--version")[0], r"^corvane-monitor \d+\.\d+\.\d+\n$")
+        self.assertIn("--pid PID[,PID]", self.run_program("--help")[0])
+        begin = time.monotonic()
+        out, err = self.run_program(stdin=None, env={})
+        self.assertEqual((1, ""), (out.count("peaks of the last 1 s"), err))
+        self.assertGreater(time.monotonic() - begin, 0.9)
+        self.assertEqual(2, self.run_program("--pid", f"{os.getpid()}", "1", "2")[0].count("peaks"))
+
+    def test_what_is_watched_by_name_need_not_run(self):
+        pid_file = self.path("pid")
+        process = self.start("--pid-file", pid_file, "--unit", "no-such", "--format", "json", "1")
+        rows = self.first_report(process)["processes"]
+        self.assertEqual([(pid_file, False, None)] * 1 + [("no-such", False, None)],
+                         [(row["process"], row["running"], row["cpu_peak_percent"]) for row in rows])
+        self.assertEqual([], [name for name in self.first_report(process)["failed"]
+                              if name.startswith("process")])
+        shutil.copy("/proc/self/stat", pid_file)  # begins with a number
+        self.until(lambda: self.reports(process)[-1]["processes"][0]["pid"] == os.getpid(),
+                   "the process that the file names")
+
+
+class Figures(ProgramTest):
+    def test_figures_are_the_kernels(self):
+        busy = self.spawn(sys.executable, "-c", "while True: pass")
+        last = json.loads(self.run_program("--format", "json", "--cores", "--dir", "/", "--pid",
+                                           f"{busy.pid}", "1", "3")[0].split("\n")[2])
+        cores = read("/proc/stat").count("\ncpu")
+        self.assertEqual((cores, cores), (last["cpu"]["core_number"], len(last["cpu"]["cores"])))
+        self.assertIn(last["cpu"]["peak_percent"], range(1, 100 * cores + 1))
+        row = last["processes"][0]
+        self.assertIn(row["cpu_peak_percent"], range(1, 121))
+        self.assertIn(row["busiest_thread_peak_percent"], range(1, 101))
+        resident = int(re.search(r"VmRSS:\s+(\d+)", read(f"/proc/{busy.pid}/status"))[1])
+        self.assertAlmostEqual(resident / 1024, row["resident_mib"], delta=1)
+        memory = {name: int(kib) for name, kib in re.findall(r"(\w+):\s+(\d+)", read("/proc/meminfo"))}
+        self.assertEqual(memory["MemTotal"] // 1024, last["memory"]["total_mib"])
+        used = (memory["MemTotal"] + memory["Shmem"] - memory["MemFree"] - memory["Buffers"]
+                - memory["Cached"])
+        self.assertAlmostEqual(used, last["memory"]["used_mib"] * 1024,
+                               delta=memory["MemTotal"] / 10 + 200000)
+        space, row = os.statvfs("/"), last["directories"][0]
+        self.assertEqual(space.f_blocks * space.f_frsize, row["total_bytes"])
+        self.assertAlmostEqual(space.f_bavail * space.f_frsize, row["available_bytes"], delta=2**31)
+        self.assertEqual(set(os.listdir("/sys/class/net")) - {"lo", "bonding_masters"},
+                         {row["name"] for row in last["network"]["interfaces"]})
+
+    def test_an_interface_by_name_and_a_directory_without_a_disk(self):
+        arguments = ("--interface", "lo", "--dir", "/proc", "--dir", "/")
+        report = json.loads(self.run_program(*arguments, "--format", "json")[0])
+        self.assertEqual(["lo"], [row["name"] for row in report["network"]["interfaces"]])
+        self.assertNotIn("disk_io:/proc", report["failed"])
+        self.assertIsNone(report["directories"][0]["busy_percent"])
+        self.assertRegex(self.run_program(*arguments)[0], r"\n/proc +none +none +none ")
+
+    def test_a_process_that_ends(self):
+        watched = self.spawn(tool("sleep"), "60")
+        process = self.start("--pid", f"{watched.pid},{os.getpid()}", "--format", "json", "1")
+        self.assertTrue(self.first_report(process)["processes"][0]["running"])
+        watched.kill()
+        watched.wait()
+        gone = self.until(lambda: [report for report in self.reports(process)
+                                   if not report["processes"][0]["running"]], "its end")[-1]
+        self.assertIsNone(gone["processes"][0]["cpu_peak_percent"])
+        self.assertIsNotNone(gone["processes"][1]["resident_mib"])
+        time.sleep(2)
+        self.assertLessEqual(self.errors(process).count(f"{watched.pid}"), 1)
+
+    def test_a_process_that_ends_while_it_is_read(self):
+        strace, watched = tool("strace"), self.spawn(tool("sleep"), "60")
+        environment = {"ASAN_OPTIONS": "detect_leaks=0"}  # which is not for traced processes
+        for name in ("comm", "stat", "status"):
+            self.run_program("--pid", f"{watched.pid}", "1", "1", env=environment, command=(
+                strace, "-f", "-o", "/dev/null", "-P", f"/proc/{watched.pid}/{name}", "-e",
+                "inject=read:error=ESRCH:when=1", PROGRAM))
+
+    def test_a_hidden_process_is_not_said_to_have_gone(self):
+        if os.getuid() != 0:
+            self.skipTest("needs root to hide a process from another user")
+        program = shutil.copy(PROGRAM, self.folder)
+
+        def hide():
+            mount("proc", "/proc", "proc", 0, "hidepid=2")
+            os.setgid(65534)
+            os.setuid(65534)
+
+        watched = self.spawn(tool("sleep"), "60")
+        process = self.start_in_namespace(hide, "--pid", f"{watched.pid}", "--format", "json", "1",
+                                          command=(program,))
+        report = self.first_report(process)
+        self.assertIn(f"process_cpu:{watched.pid}", report["failed"])
+        self.assertNotIn("does not exist", self.output(process) + self.errors(process))
+
+
+class Ending(ProgramTest):
+    def assert_signals_end(self, start):
+        signals = (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT)
+        processes = [start() for _ in signals]
+        time.sleep(2.5)
+        for number, process in zip(signals, processes):
+            with self.subTest(number.name):
+                self.assertIsNone(process.poll(), self.errors(process))
+                self.ends(process, number)
+        return processes
+
+    def test_signals_between_reports(self):
+        for process in self.assert_signals_end(lambda: self.start("--format", "json", "1")):
+            self.assertIn(len(self.reports(process)), (1, 2, 3), "its output is whole")
+
+    def test_signals_while_a_directory_hangs(self):
+        folder = self.path("hangs")
+        os.mkdir(folder)
+
+        def hang():
+            device = os.open("/dev/fuse", os.O_RDWR)  # which nobody reads, until the program ends
+            os.set_inheritable(device, True)
+            mount("none", folder, "fuse", 0, f"fd={device},rootmode=40000,user_id=0,group_id=0")
+
+        for process in self.assert_signals_end(lambda: self.start_in_namespace(
+                hang, "--dir", folder, "--dir", "/", "--format", "json", "1")):
+            report = self.reports(process)[0]
+            hangs, answers = report["directories"]
+            self.assertEqual((None, None), (hangs["total_bytes"], hangs["busy_percent"]))
+            for family in (f"disk_space:{folder}", f"disk_io:{folder}"):
+                self.assertIn("answer", report["reasons"][family])
+                self.assertIn(family, report["failed"])
+            self.assertGreater(answers["total_bytes"], 0)
+            self.assertIsNotNone(report["memory"]["used_mib"])
+
+    def test_signals_while_a_file_of_the_kernel_hangs(self):
+        fifo = self.path("fifo")
+        os.mkfifo(fifo)
+        self.assert_signals_end(lambda: self.start_in_namespace(
+            lambda: mount(fifo, "/etc/mtab", "", BIND), "--compatible", "1"))
+
+    def test_signals_while_nobody_reads_the_output(self):
+        reader, writer = os.pipe2(os.O_NONBLOCK)
+        self.addCleanup(os.close, reader)
+        while select.select([], [writer], [], 0)[1]:
+            os.write(writer, bytes(4096))
+        os.set_blocking(writer, True)
+        self.assert_signals_end(lambda: self.start("1", stdout=writer))
+        os.close(writer)
+
+    def test_output_that_cannot_be_written(self):
+        for arguments in (("1",), ("--format", "json"), ("--help",), ("--version",)):
+            with self.subTest(arguments), open("/dev/full", "wb") as full:
+                err = self.run_program(*arguments, status=1, stdout=full)[1]
+                self.assertRegex(err, r"^corvane-monitor: cannot write .*No space left.*\n$")
+        reader, writer = os.pipe()
+        os.close(reader)
+        err = self.run_program("1", status=1, stdout=writer)[1]
+        os.close(writer)
+        self.assertRegex(err, r"^corvane-monitor: cannot write .*Broken pipe\n$")
+        err = self.run_program("1", "1", status=1, preexec_fn=lambda: os.close(1))[1]
+        self.assertRegex(err, r"Bad file descriptor\n$")
+
+    def test_without_descriptors(self):
+        processes = [self.start("--format", "json", "1"), self.start("--listen", "127.0.0.1:0", "1")]
+        self.first_report(processes[0])
+        for process in processes:
+            resource.prlimit(process.pid, resource.RLIMIT_NOFILE, (0, 0))
+        before = [self.used_seconds(process) for process in processes]
+        time.sleep(3)
+        for process, used in zip(processes, before):
+            self.assertLess(self.used_seconds(process) - used, 0.6, "it spins")
+            self.assertIsNone(process.poll())
+        last = self.reports(processes[0])[-1]
+        self.assertIsNone(last["memory"]["used_mib"])
+        self.assertIn("memory", last["failed"])
+        self.assertIn("memory", last["reasons"])
+        for process in processes:
+            self.ends(process, signal.SIGTERM)
+
+    @staticmethod
+    def used_seconds(process):
+        fields = read(f"/proc/{process.pid}/stat").rsplit(")", 1)[1].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
+class Names(ProgramTest):
+    HOSTILE = (b'\x1b[2J"\\\n\xff', b"\xc2\x9b31m\x9b\r", b"a b\x1b[31m\x9d", b"\n",
+               "<b>\u202e&".encode())
+
+    def setUp(self):
+        super().setUp()
+        self.directories = [os.path.join(os.fsencode(self.folder), name) for name in (
+            b'\x1b]0;title\x07a"\\\n\xff\xc2\x9b31m', "\u6f22".encode() * 40,
+            b"e" + "\u0301".encode() * 60, "a\u202eb\u200bc\u2028<script>".encode())]
+        for directory in self.directories:
+            os.mkdir(directory)
+        self.arguments = []
+        for name in self.HOSTILE:
+            self.arguments += ["--pid", f"{self.named_process(name).pid}"]
+        for directory in self.directories:
+            self.arguments += ["--dir", directory]
+
+    def assert_harmless(self, text):
+        for character in text.replace("\n", ""):
+            self.assertNotIn(unicodedata.category(character), ("Cc", "Cf", "Cs", "Zl", "Zp"),
+                             repr(text))
+
+    def test_table_and_notes(self):
+        out, err = self.run_program(*self.arguments, "1", "2")
+        self.assert_harmless(out + err)
+        self.assertIn(' ?[2J"', out)
+        for line in out.split("\n"):
+            self.assertLessEqual(columns(line), 80, line)
+        self.assertEqual(2 * len(self.directories), out.count(self.folder[:20]))
+
+    def test_log(self):
+        err = self.run_program(*self.arguments, "--log-level", "trace", "1", "1")[1]
+        self.assertNotRegex(err, r"[\x00-\x09\x0b-\x1f\x7f-\x9f\udc80-\udcff]")
+
+    def test_terminal(self):
+        for environment, sequence in (({"NO_COLOR": "1"}, "none"), ({}, r"\x1b\[(0|1|31)m")):
+            leader, follower = pty.openpty()
+            process = self.spawn(PROGRAM, *self.arguments, stdout=follower, env=environment)
+            os.close(follower)
+            text = drawn(leader, 30).replace("\r\n", "\n")
+            os.close(leader)
+            self.assertEqual(0, process.wait(10))
+            self.assertRegex(text, "peaks of")
+            self.assert_harmless(re.sub(sequence, "", text))
+
+    def test_json(self):
+        out = self.run_program(*self.arguments, "--format", "json")[0]
+        self.assertTrue(out.isascii() and out[:-1].isprintable())
+        report = json.loads(out)
+        self.assertEqual([name.decode(errors="replace") for name in self.HOSTILE],
+                         [row["command"] for row in report["processes"]])
+        self.assertEqual([name.decode(errors="replace") for name in self.directories],
+                         [row["directory"] for row in report["directories"]])
+
+    def test_metrics(self):
+        process = self.listen(*self.arguments)
+        text = self.scrape(process)
+        for line in text.split("\n")[:-1]:
+            self.assertRegex(line, r"^(# (HELP|TYPE) [a-z_]+ .*|[a-z_]+(\{.*\})? [-+0-9.eNan]+)$")
+        self.assertEqual(len(self.directories), text.count("\ncorvane_directory_size_bytes{"))
+
+
+class Log(ProgramTest):
+    def test_thresholds_and_file(self):
+        watched = self.spawn(tool("sleep"), "2")
+        arguments = ("--pid", f"{watched.pid}", "--compatible", "1", "4", "--log-level")
+        processes = {level: self.start(*arguments, level) for level in
+                     ("off", "fatal", "error", "trace")}
+        to_file = self.start(*arguments, "error", "--log-file", self.path("log"))
+        watched.wait()
+        seen = {}
+        for level, process in processes.items():
+            self.assertEqual(0, process.wait(10))
+            seen[level] = set(re.findall(r"(?m)^[-0-9]+ [:.0-9]+ ([A-Z]+) src/", self.errors(process)))
+        self.assertEqual((set(), set(), {"ERROR"}), (seen["off"], seen["fatal"], seen["error"]))
+        self.assertLessEqual(seen["error"], seen["trace"])
+        self.assertEqual(0, to_file.wait(10))
+        self.assertNotIn("ERROR", self.errors(to_file))
+        self.assertRegex(read(self.path("log")), r" ERROR src/.*\n$")
+        err = self.run_program("--log-level", "error", "--log-file", self.folder, status=1)[1]
+        self.assertRegex(err, r"^corvane-monitor: .*" + self.folder)
+
+
+class Listening(ProgramTest):
+    def test_scrape(self):
+        process = self.listen("--dir", "/")
+        text = self.scrape(process)
+        check = subprocess.run([tool("promtool"), "check", "metrics"], input=text.encode(),
+                               capture_output=True)
+        self.assertEqual((0, b"", b""), (check.returncode, check.stdout, check.stderr))
+        err = self.run_program("--listen", process.address, status=1)[1]
+        self.assertRegex(err, r"^corvane-monitor: cannot listen on .*\n$")
+        self.ends(process, signal.SIGTERM)
+
+    def test_rules(self):
+        for arguments in (("check", "config", "--lint=all", "--lint-fatal", "scrape.yml"),
+                          ("check", "rules", "--lint=all", "--lint-fatal", "recording_rules.yml",
+                           "alerting_rules.yml"), ("test", "rules", "rules_test.yml")):
+            done = subprocess.run([tool("promtool"), *arguments], cwd=CONTRIB, capture_output=True)
+            self.assertEqual(0, done.returncode, (done.stdout + done.stderr).decode())
+        alerts = read(os.path.join(CONTRIB, "alerting_rules.yml"))
+        recorded = read(os.path.join(CONTRIB, "recording_rules.yml"))
+        tests = read(os.path.join(CONTRIB, "rules_test.yml"))
+        source = read(os.path.join(CONTRIB, "../../src/metrics/report_metrics.cpp"))
+        for name in set(re.findall(r"\bcorvane_[a-z_]+", alerts + recorded)):
+            self.assertTrue(f'"{name}"' in source or re.search(f"record: .*:{name}", recorded),
+                            name + " is a rule on no metric")
+        for alert in re.findall(r"alert: (.*)", alerts):
+            self.assertRegex(tests, rf"alertname: {alert}\n.*\n? *exp_alerts:\n", "never firing")
+
+    def test_server(self):
+        prometheus = tool("prometheus")
+        directory = os.path.join(os.fsencode(self.folder), b'a "quoted\\ \xff\ndirectory')
+        os.mkdir(directory)
+        process = self.listen("--dir", "/", "--dir", directory)
+        for name in ("scrape.yml", "recording_rules.yml", "alerting_rules.yml"):
+            text = read(os.path.join(CONTRIB, name))
+            text = re.sub(r"(?m)^( *(?:scrape_|evaluation_)(?:interval|timeout):).*", r"\1 1s", text)
+            text = re.sub(r"(?s)- targets:.*?\n\n|- targets:.*?\Z",
+                          f"- targets: ['{process.address}']\n\n", text)
+            with open(self.path(name), "w") as file:
+                file.write(text)
+        with socket.socket() as free:
+            free.bind(("127.0.0.1", 0))
+            server = f"127.0.0.1:{free.getsockname()[1]}"
+        self.start(f"--config.file={self.path('scrape.yml')}", f"--web.listen-address={server}",
+                   f"--storage.tsdb.path={self.path('data')}", command=(prometheus,))
+
+        def ask(path, **query):
+            try:
+                url = f"http://{server}/api/v1/{path}?{urllib.parse.urlencode(query)}"
+                return json.loads(self.get(url))["data"]
+            except (OSError, urllib.error.URLError):
+                return {}
+
+        for expression, value in (
+                ("corvane_up", "1"), ('up{job="corvane"}', "1"),
+                ("count(corvane_directory_size_bytes)", "2"),
+                ('count(corvane_directory_size_bytes{directory=~"(?s).*a \\"quoted\\\\\\\\ '
+                 '\ufffd\\ndirectory"})', "1"),
+                ("instance:corvane_memory_used:ratio > bool 0", "1"),
+                ('count({__name__=~"exposer_.*"}) or vector(0)', "0")):
+            self.until(lambda: [row["value"][1] for row in ask("query", query=expression).get(
+                "result", [])] == [value], expression, 30)
+        groups = ask("rules")["groups"]
+        self.assertEqual(2, len(groups))
+        self.assertEqual([], [rule["name"] for group in groups for rule in group["rules"]
+                              if rule["health"] == "err"])
+        self.ends(process, signal.SIGTERM)
+        self.until(lambda: [row["value"][1] for row in ask("query", query="up").get(
+            "result", [])] == ["0"], "down", 30)
+
+
+class LiveView(ProgramTest):
+    def open_view(self, *arguments, rows=30, width=100):
+        """The view on a terminal of its own; gives (process, terminal)."""
+        leader, follower = pty.openpty()
+        self.addCleanup(os.close, leader)
+        self.resize(leader, rows, width)
+        self.before = termios.tcgetattr(follower)
+        process = self.spawn(PROGRAM, "--watch", "--dir", "/", *arguments, stdin=follower,
+                             stdout=follower, stderr=follower, start_new_session=True,
+                             preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0),
+                             env={"TERM": "xterm", "LC_ALL": "C.UTF-8"})
+        os.close(follower)
+        return process, leader
+
+    @staticmethod
+    def resize(terminal, rows, width):
+        fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", rows, width, 0, 0))
+
+    def test_starts_resizes_quits(self):
+        busy = self.spawn(sys.executable, "-c", "while True: pass")
+        process, terminal = self.open_view("--pid", f"{busy.pid}")
+        text = drawn(terminal, 2.5)
+        for part in ("CPU", "Memory", f"{busy.pid}"):
+            self.assertIn(part, text)
+        for rows, width in ((12, 40), (5, 20), (1, 1), (100, 300), (24, 80)):
+            self.resize(terminal, rows, width)
+            text = drawn(terminal, 0.5)
+            places = re.findall(r"\x1b\[(\d+)(?:;(\d+))?[Hd]", text)
+            self.assertTrue(places or (rows, width) <= (5, 20), "not drawn anew")
+            self.assertLessEqual(max((int(row) for row, _ in places), default=0), rows)
+        os.write(terminal, b"q")
+        self.ends(process)
+        self.assertIn("\x1b[?1049l", drawn(terminal, 0.2), "the screen from before")
+        self.assertEqual(self.before, termios.tcgetattr(terminal))
+
+    def test_signals_and_a_lost_terminal(self):
+        for number in (signal.SIGTERM, signal.SIGINT):
+            process, terminal = self.open_view()
+            drawn(terminal, 1.5)
+            if number is signal.SIGINT:
+                os.write(terminal, b"\x03")
+                self.ends(process)
+            else:
+                self.ends(process, number)
+            self.assertEqual(self.before, termios.tcgetattr(terminal))
+        process, terminal = self.open_view()
+        drawn(terminal, 1.5)
+        with open(os.devnull) as null:
+            os.dup2(null.fileno(), terminal)  # closes the last descriptor of the terminal
+        self.ends(process)
+
+    def test_no_terminal(self):
+        self.assertIn("needs a terminal", self.run_program("--watch", status=1)[1])
+        leader, follower = pty.openpty()
+        for kind in ("dumb", "no-such-terminal"):
+            err = self.run_program("--watch", stdin=follower, stdout=follower, status=1,
+                                   env={"TERM": kind})[1]
+            self.assertIn("TERM", err)
+        os.close(leader)
+        os.close(follower)
+
+
+if __name__ == "__main__":
+    outcome = unittest.main(exit=False, verbosity=2).result
+    for test, reason in outcome.skipped:
+        print(f"skipped: {test}: {reason}")
+    nothing_ran = outcome.testsRun > 0 and len(outcome.skipped) == outcome.testsRun
+    sys.exit(not outcome.wasSuccessful() or (77 if nothing_ran else 0))
