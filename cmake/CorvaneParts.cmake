@@ -43,6 +43,13 @@ macro(corvane_find part package)
     corvane_need(${part} ${package}_FOUND ${package})
 endmacro()
 
+# The same with pkg-config: gives PkgConfig::<name>.
+macro(corvane_find_pc part name module)
+    corvane_find(${part} PkgConfig)
+    pkg_check_modules(${name} QUIET IMPORTED_TARGET ${module})
+    corvane_need(${part} ${name}_FOUND ${module})
+endmacro()
+
 # Adds the folder of a part that makes `target` and links `below`; afterwards CORVANE_BUILD_<PART>
 # says whether it is built.
 macro(corvane_add part folder target below)

@@ -74,9 +74,7 @@ public:
           m_colour(isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr) {
         if (options.web) {
             m_server = std::make_unique<WebServer>(*options.web);
-            for (const std::string& note : m_server->Notes()) {
-                PrintNote(note);
-            }
+            m_notes.Print(m_server->Notes());
             PrintNote("page on " + m_server->Url() + "/, metrics on " + m_server->Url() +
                       "/metrics");
         } else if (options.watch) {
