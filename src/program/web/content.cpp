@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <nlohmann/json.hpp>
 
 #include "report_json.h"
@@ -58,7 +59,8 @@ void Content::Add(std::shared_ptr<const Report> report) {
 
 Answer Content::Get(const Request& request) {
     if (request.path == "/metrics") {
-        return Fresh(ToPrometheusText(m_report.get(), Clock::now()), PROMETHEUS_TEXT);
+        return Fresh(ToPrometheusText(m_report.get(), std::chrono::steady_clock::now()),
+                     PROMETHEUS_TEXT);
     }
     if (request.path == "/report.json") {
         return GetReport();
