@@ -244,22 +244,6 @@ TEST(Fault, EveryOneOfEveryOperation) {
     EXPECT_GT(of_allocator, 40);
 }
 
-TEST(Fault, EveryKernelCallOfConstructionLeavesAUsableMonitor) {
-    for (const KernelCall call : {KernelCall::Open, KernelCall::Read}) {
-        for (const int nth : {1, 2}) {
-            Host host;
-            host.kernel.Fail(call, nth, EMFILE);
-            host.Boot(FilesAt(1));
-            // The first open is the interfaces', the second the cores', which are found again.
-            EXPECT_EQ(host.inside->network_nic_name.empty(), nth == 1);
-            EXPECT_EQ(host.See([&] { return host.m->CalcCPUMonitorInfo(true, nullptr); }),
-                      nth == 1 ? "" : "WRONG; cpu 3 0; tiny cpu 3 0");
-            EXPECT_EQ(host.See([&] { return host.m->CalcNetworkMonitorInfo(1, true, nullptr); }),
-                      "");
-        }
-    }
-}
-
 // The header promises that 96 KiB are enough, the rest is the test's; who needs more dies.
 TEST(Fault, NoOperationOverflowsASmallStack) {
     pthread_attr_t small;
