@@ -58,6 +58,9 @@ size_t Width(const std::string& character) {
 
 }  // namespace
 
+Span::Span(std::string safe_text, Style its_style)
+    : text(std::move(safe_text)), style(its_style), columns(ColumnsOf(text)) {}
+
 const char* Column(size_t eighths) {
     return FROM_BELOW[std::min(eighths, EIGHTHS)].eighths;
 }
@@ -71,14 +74,15 @@ Line Bar(double share, size_t columns, bool high) {
         const size_t before = cell * EIGHTHS;
         text += FROM_LEFT[std::min(EIGHTHS, filled - std::min(filled, before))].eighths;
     }
-    return {
-        {"[", Style::Quiet}, {text, high ? Style::HighGraph : Style::Graph}, {"]", Style::Quiet}};
+    return {{"[", Style::Quiet},
+            {text, high ? Style::HighGraph : Style::Graph, inside},
+            {"]", Style::Quiet}};
 }
 
 size_t ColumnsOf(const Line& line) {
     size_t columns = 0;
     for (const Span& span : line) {
-        columns += ColumnsOf(span.text);
+        columns += span.columns;
     }
     return columns;
 }
@@ -86,13 +90,12 @@ size_t ColumnsOf(const Line& line) {
 Line Cut(const Line& line, size_t columns) {
     Line cut;
     for (const Span& span : line) {
-        const size_t wanted = ColumnsOf(span.text);
-        const size_t given = std::min(wanted, columns);
-        cut.push_back(given < wanted ? Span{FitColumns(span.text, given), span.style} : span);
-        columns -= given;
-        if (given < wanted) {
+        if (span.columns > columns) {
+            cut.push_back({FitColumns(span.text, columns), span.style, columns});
             break;
         }
+        cut.push_back(span);
+        columns -= span.columns;
     }
     return cut;
 }

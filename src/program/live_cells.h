@@ -1,7 +1,9 @@
 // Lines of a screen before any terminal: pieces of text, each with a style.
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace corvane::program {
@@ -17,10 +19,15 @@ enum class Style {
     Note,
 };
 
-/// Text that is safe for a terminal, see Printable().
+/// Text that is safe for a terminal, see Printable(), and the columns that it takes there.
 struct Span {
+    Span(std::string safe_text, Style its_style = Style::Plain);
+    Span(std::string safe_text, Style its_style, size_t its_columns)
+        : text(std::move(safe_text)), style(its_style), columns(its_columns) {}
+
     std::string text;
-    Style style = Style::Plain;
+    Style style;
+    size_t columns;
 };
 
 /// Spans one after the other, from the first column on.
