@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "live_table.h"
+#include "scaled_text.h"
 #include "terminal_text.h"
 
 namespace corvane::program {

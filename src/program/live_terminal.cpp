@@ -4,7 +4,6 @@
 #include <ncurses.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <term.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -12,11 +11,12 @@
 #include <array>
 #include <clocale>
 #include <csignal>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <string>
+
+#include "terminal_type.h"
 
 namespace corvane::program {
 
@@ -26,35 +26,51 @@ constexpr int ESCAPE_MILLISECONDS = 25;  // that the rest of a key's sequence ma
 
 enum Pair : short { GRAPH_PAIR = 1, HIGH_PAIR, NOTE_PAIR };
 
-// What the end by a signal needs to leave a usable terminal: prepared while all is well, as a
-// handler may neither allocate nor call ncurses.
-constexpr std::array FATAL_SIGNALS = {SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGABRT,
-                                      SIGSYS,  SIGALRM, SIGUSR1, SIGUSR2, SIGVTALRM,
-                                      SIGPROF, SIGXCPU, SIGTRAP};
+// What handlers of signals need to leave a usable terminal: prepared while all is well, as they may
+// neither allocate nor call ncurses.
+constexpr std::array FATAL_SIGNALS = {SIGSEGV, SIGBUS,  SIGFPE,    SIGILL,  SIGABRT, SIGSYS,
+                                      SIGUSR1, SIGUSR2, SIGVTALRM, SIGPROF, SIGXCPU, SIGTRAP};
+constexpr std::array STOP_SIGNALS = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+constexpr unsigned STALL_SECONDS = 1;
 constexpr size_t RESTORE_LENGTH = 128;
 termios original_modes = {};
 std::array<char, RESTORE_LENGTH> restore_text = {};
 size_t restore_length = 0;
+volatile std::sig_atomic_t is_ending = 0;
 
-/// What the terminal takes for a capability, without pauses; empty: it has none.
-std::string Capability(const char* name) {
-    const char* const found = tigetstr(name);
-    if (found == nullptr || reinterpret_cast<intptr_t>(found) == -1) {
-        return "";
+void RestoreTerminal() {
+    tcsetattr(STDOUT_FILENO, TCSANOW, &original_modes);
+    pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+    if (poll(&output, 1, 0) == 1 && write(STDOUT_FILENO, restore_text.data(), restore_length) < 0) {
+        // Nothing is left to be done about it.
     }
-    std::string text = found;
-    for (size_t pause = text.find("$<"); pause != std::string::npos; pause = text.find("$<")) {
-        text.erase(pause, text.find('>', pause) - pause + 1);
-    }
-    return text;
 }
 
 void RestoreAndDie(int signal) {
-    tcsetattr(STDOUT_FILENO, TCSANOW, &original_modes);
-    if (write(STDOUT_FILENO, restore_text.data(), restore_length) < 0) {
-        // Nothing is left to be done about it.
-    }
+    RestoreTerminal();
     raise(signal);  // the handler is gone: now it ends the process
+}
+
+/// Writing to the terminal has taken a while: nobody reads from it. That may go on for as long as
+/// the user likes, but not keep the program from ending.
+void HandleStall(int /*signal*/) {
+    sigset_t pending;
+    sigpending(&pending);
+    const bool stop = std::any_of(STOP_SIGNALS.begin(), STOP_SIGNALS.end(),
+                                  [&](int signal) { return sigismember(&pending, signal) == 1; });
+    if (stop || is_ending != 0) {
+        tcflush(STDOUT_FILENO, TCOFLUSH);
+        RestoreTerminal();
+        _exit(EXIT_SUCCESS);
+    }
+    alarm(STALL_SECONDS);
+}
+
+void HandleAlarm(void (*handler)(int)) {
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGALRM, &action, nullptr);
 }
 
 /// Handles the signals that nobody else does; `handler` SIG_DFL takes that back.
@@ -68,31 +84,6 @@ void HandleFatalSignals(void (*from)(int), void (*handler)(int)) {
             action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
             sigaction(signal, &action, nullptr);
         }
-    }
-}
-
-/// Whether text can be put anywhere on the screen. Touches nothing.
-void CheckTerminal() {
-    if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
-        throw std::runtime_error("--watch needs a terminal");
-    }
-    const char* const name = getenv("TERM");
-    if (name == nullptr || *name == '\0') {
-        throw std::runtime_error("--watch: the terminal's type is not set (TERM)");
-    }
-    int error = 0;
-    if (setupterm(nullptr, STDOUT_FILENO, &error) != OK) {
-        throw std::runtime_error(std::string("--watch: no terminal type is known by the name of ") +
-                                 name + " (TERM)");
-    }
-    const bool usable = !Capability("cup").empty() && !Capability("clear").empty();
-    const std::string restore =
-        Capability("sgr0") + Capability("rmkx") + Capability("cnorm") + Capability("rmcup");
-    restore_length = restore.copy(restore_text.data(), restore_text.size());
-    del_curterm(cur_term);
-    if (!usable) {
-        throw std::runtime_error(std::string("--watch: a terminal of type ") + name +
-                                 " cannot place text (TERM)");
     }
 }
 
@@ -200,14 +191,19 @@ Key KeyOf(int code) {
 }  // namespace
 
 LiveTerminal::LiveTerminal() {
-    CheckTerminal();
+    if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
+        throw std::runtime_error("--watch needs a terminal");
+    }
+    restore_length = TerminalTypeRestoreText().copy(restore_text.data(), restore_text.size());
     setlocale(LC_CTYPE, "");
     m_charset = TerminalCharset();
     tcgetattr(STDOUT_FILENO, &original_modes);
     if (newterm(nullptr, stdout, stdin) == nullptr) {
         throw std::runtime_error("--watch: the terminal cannot be set up");
     }
+    is_ending = 0;
     HandleFatalSignals(SIG_DFL, RestoreAndDie);
+    HandleAlarm(HandleStall);
     cbreak();
     noecho();
     keypad(stdscr, TRUE);
@@ -232,7 +228,11 @@ LiveTerminal::LiveTerminal() {
 }
 
 LiveTerminal::~LiveTerminal() {
+    is_ending = 1;
+    alarm(STALL_SECONDS);
     endwin();
+    alarm(0);
+    HandleAlarm(SIG_DFL);
     HandleFatalSignals(RestoreAndDie, SIG_DFL);
 }
 
@@ -268,11 +268,13 @@ void LiveTerminal::Draw(const std::vector<Line>& screen) {
             attr_set(AttributesOf(span.style), m_colour ? ColourOf(span.style) : 0, nullptr);
             mvaddstr(static_cast<int>(row), static_cast<int>(column),
                      Rendered(span.text, m_charset).c_str());
-            column += ColumnsOf({span});
+            column += span.columns;
         }
     }
     attr_set(A_NORMAL, 0, nullptr);
+    alarm(STALL_SECONDS);
     refresh();
+    alarm(0);
 }
 
 std::optional<Key> LiveTerminal::Read() {
