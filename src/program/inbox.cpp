@@ -79,7 +79,12 @@ Inbox::Wake Inbox::Wait(bool with_input) {
     sigset_t blocked;
     pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
     sigdelset(&blocked, SIGWINCH);
-    const int ready = ppoll(descriptors, with_input ? 2 : 1, nullptr, &blocked);
+    const timespec second = {1, 0};
+    const int ready =
+        ppoll(descriptors, with_input ? 2 : 1, with_input ? &second : nullptr, &blocked);
+    if (ready == 0) {
+        return Wake::Tick;
+    }
     if (ready < 0) {
         if (errno != EINTR) {
             // A limit on open files below the number of descriptors makes it fail at once.

@@ -68,27 +68,42 @@ private:
 /// Where reports go: a screen, a web server, or lines on standard output.
 class Outputs {
 public:
-    explicit Outputs(const Options& options)
-        : m_format(options.format),
+    Outputs(const Options& options, HostLogCategory& log)
+        : m_log(log),
+          m_format(options.format),
           m_colour(isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr) {
-        if (!options.listen_address.empty()) {
-            m_server = std::make_unique<WebServer>(options.listen_address);
-            PrintNote("metrics on http://" + m_server->Address() + "/metrics");
+        if (options.web) {
+            m_server = std::make_unique<WebServer>(*options.web);
+            m_notes.Print(m_server->Notes());
+            PrintNote("page on " + m_server->Url() + "/, metrics on " + m_server->Url() +
+                      "/metrics");
         } else if (options.watch) {
             m_view = std::make_unique<LiveView>();
+            m_log.Redirect([this](const std::string& line) { m_view->AddLogLine(line); });
         } else if (isatty(STDERR_FILENO) != 0 && options.service.report_interval >= LONG_WAIT) {
             PrintNote("the first report comes in " +
                       std::to_string(options.service.report_interval.count()) + " s");
         }
     }
 
+    Outputs(const Outputs&) = delete;
+    Outputs& operator=(const Outputs&) = delete;
+    ~Outputs() { m_log.Redirect({}); }
+
     bool TakesInput() const { return m_view != nullptr; }
     bool HandleInput() { return m_view->HandleInput(); }
+
+    /// To be called about once a second.
+    void Tick() {
+        if (m_view != nullptr) {
+            m_view->Tick();
+        }
+    }
 
     /// @throws std::system_error standard output cannot be written to
     void Put(const std::shared_ptr<const Report>& report) {
         if (m_view != nullptr) {
-            m_view->Show(*report);
+            m_view->Show(report);
             return;
         }
         m_notes.Print(report->notes);
@@ -105,6 +120,7 @@ public:
     }
 
 private:
+    HostLogCategory& m_log;
     OutputFormat m_format;
     bool m_colour;
     bool m_first = true;
@@ -139,6 +155,9 @@ void ShowReports(Inbox& inbox, Outputs& outputs, const std::optional<uint64_t>& 
     for (bool go_on = true; go_on;) {
         const Inbox::Wake wake = inbox.Wait(outputs.TakesInput());
         try {
+            if (wake == Inbox::Wake::Tick) {
+                outputs.Tick();
+            }
             go_on = wake != Inbox::Wake::TerminalGone &&
                     (wake != Inbox::Wake::Input || outputs.HandleInput()) &&
                     PutReports(inbox, outputs, count, reports);
@@ -154,7 +173,7 @@ void Run(const Options& options) {
     OnStopSignal([inbox] { inbox->Stop(); });
     // A thread that a file holds up at the end may still log.
     static auto* const log = new HostLogCategory(options.log_priority, options.log_file);
-    Outputs outputs(options);
+    Outputs outputs(options, *log);
     ServiceSettings settings = options.service;
     settings.log = log;
     settings.on_report = [inbox](const std::shared_ptr<const Report>& report) {

@@ -1,0 +1,56 @@
+// A terminal for lines of styled text, drawn with ncurses.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+#include "live_cells.h"
+
+namespace corvane::program {
+
+enum class Key {
+    Quit,
+    Help,
+    Pause,
+    Cores,
+    Up,
+    Down,
+    PageUp,
+    PageDown,
+    Home,
+    End,
+    NextPart,
+    Resized,
+    Other
+};
+
+/// Owns the terminal while it lives; the destructor restores it, and so does the end of the process
+/// by a signal that can be handled. One at a time.
+class LiveTerminal {
+public:
+    /// @throws std::runtime_error standard input or output is no terminal, or its type (TERM) is
+    ///         not known or cannot place text; the terminal is untouched then
+    LiveTerminal();
+    LiveTerminal(const LiveTerminal&) = delete;
+    LiveTerminal& operator=(const LiveTerminal&) = delete;
+    ~LiveTerminal();
+
+    /// Follows a change of size.
+    void UpdateSize();
+    size_t Rows() const;
+    size_t Columns() const;
+
+    /// Draws what changed since the last time. Lines beyond the size are left out. Nothing happens
+    /// while the terminal takes no output.
+    void Draw(const std::vector<Line>& screen);
+
+    /// What was typed, without waiting; empty: nothing more.
+    std::optional<Key> Read();
+
+private:
+    Charset m_charset = Charset::Ascii;
+    bool m_colour = false;
+};
+
+}  // namespace corvane::program

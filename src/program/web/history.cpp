@@ -1,0 +1,272 @@
+#include "web/history.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "utf8.h"
+
+namespace corvane::program {
+
+namespace {
+
+constexpr float NOT_MEASURED = std::numeric_limits<float>::quiet_NaN();
+constexpr uint64_t SECONDS_KEPT = 3600;
+constexpr size_t MIN_REPORTS = 60;
+constexpr size_t NODE_BYTES = 128;  // of a map's node with a short name
+
+/// The figures of a kind, in the order in which they are put, as they are called in a report; rows
+/// that stand in a list are told apart by `name`.
+struct Shape {
+    const char* name;
+    std::vector<const char*> figures;
+};
+
+const Shape& ShapeOf(size_t kind) {
+    static const std::array<Shape, 8> shapes = {
+        {{nullptr, {"limit_percent", "peak_percent", "latest_percent"}},
+         {nullptr, {"used_mib", "total_mib"}},
+         {nullptr, {"peak_bytes_per_second"}},
+         {nullptr, {"peak_bytes_per_second"}},
+         {"name", {"percent"}},
+         {"name", {"receive_bytes_per_second", "transmit_bytes_per_second"}},
+         {"directory",
+          {"busy_percent", "operations_per_second", "used_bytes", "available_bytes",
+           "total_bytes"}},
+         {"process", {"cpu_peak_percent", "busiest_thread_peak_percent", "resident_mib"}}}};
+    return shapes.at(kind);
+}
+
+template <typename Value>
+float Figure(const FamilyStatus& status, Value value) {
+    return status.HasFigures() ? static_cast<float>(value) : NOT_MEASURED;
+}
+
+template <typename Value>
+float Optional(const FamilyStatus& status, const std::optional<Value>& value) {
+    return value ? Figure(status, *value) : NOT_MEASURED;
+}
+
+template <typename Number>
+void AppendNumber(std::string& text, Number value) {
+    std::array<char, 32> digits = {};
+    text.append(digits.data(),
+                std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr);
+}
+
+void AppendName(std::string& text, const std::string& name) {
+    text += nlohmann::json(name).dump(-1, ' ', true);
+}
+
+}  // namespace
+
+/// What Json writes: the reports from number `first` on, and where.
+struct History::Span {
+    const std::deque<Block>& blocks;
+    size_t first;
+    std::string text = {};
+
+    /// One number a report, from `number(block, index in it)`.
+    template <typename Number>
+    void Column(const char* name, Number number) {
+        text.append("\"").append(name).append("\":[");
+        size_t skip = first;
+        for (const Block& block : blocks) {
+            for (size_t i = std::min(skip, block.times.size()); i < block.times.size(); ++i) {
+                number(block, i);
+                text += ',';
+            }
+            skip -= std::min(skip, block.times.size());
+        }
+        CloseList(']');
+    }
+
+    /// All columns of one row, in braces but for the opening one.
+    void Columns(Kind kind, const std::string& name) {
+        const std::vector<const char*>& figures = ShapeOf(static_cast<size_t>(kind)).figures;
+        const Key key(kind, name);
+        for (size_t figure = 0; figure < figures.size(); ++figure) {
+            const Block* looked_up = nullptr;
+            const std::vector<float>* row = nullptr;
+            Column(figures[figure], [&](const Block& block, size_t i) {
+                if (looked_up != &block) {
+                    looked_up = &block;
+                    const auto found = block.rows.find(key);
+                    row = found == block.rows.end() ? nullptr : &found->second;
+                }
+                const size_t place = i * figures.size() + figure;
+                const bool measured =
+                    row != nullptr && place < row->size() && !std::isnan((*row)[place]);
+                measured ? AppendNumber(text, (*row)[place]) : void(text += "null");
+            });
+            text += ',';
+        }
+        CloseList('}');
+    }
+
+    void Object(const char* name, Kind kind) {
+        text.append("\"").append(name).append("\":{");
+        Columns(kind, "");
+    }
+
+    void List(const char* name, Kind kind) {
+        std::set<std::string> names;
+        for (const Block& block : blocks) {
+            for (auto row = block.rows.lower_bound({kind, ""});
+                 row != block.rows.end() && row->first.first == kind; ++row) {
+                names.insert(row->first.second);
+            }
+        }
+        text.append("\"").append(name).append("\":[");
+        for (const std::string& row : names) {
+            text.append("{\"").append(ShapeOf(static_cast<size_t>(kind)).name).append("\":");
+            AppendName(text, row);
+            text += ',';
+            Columns(kind, row);
+            text += ',';
+        }
+        CloseList(']');
+    }
+
+    /// Closes what holds values that a comma follows each.
+    void CloseList(char bracket) {
+        if (text.back() == ',') {
+            text.pop_back();
+        }
+        text += bracket;
+    }
+
+    void Reopen() { text.back() = ','; }
+};
+
+void History::Put(Block& block, Kind kind, const std::string& name,
+                  std::initializer_list<float> figures) {
+    std::vector<float>& row = block.rows[{kind, ValidUtf8(name)}];
+    const size_t before = (block.times.size() - 1) * figures.size();
+    if (row.size() <= before) {  // else two names are the same text
+        row.resize(before, NOT_MEASURED);
+        row.insert(row.end(), figures);
+    }
+}
+
+void History::PutReport(Block& block, const Report& report) {
+    const CpuFigures& cpu = report.cpu;
+    Put(block, Kind::Cpu, "",
+        {Figure(cpu.status, 100 * cpu.core_number), Figure(cpu.status, cpu.peak_percent),
+         Optional(cpu.status, cpu.latest_percent)});
+    for (const CoreFigures& core : cpu.cores) {
+        Put(block, Kind::Core, core.name, {static_cast<float>(core.percent)});
+    }
+    const MemoryFigures& memory = report.memory;
+    Put(block, Kind::Memory, "",
+        {Figure(memory.status, memory.used_mib), Figure(memory.status, memory.total_mib)});
+    const NetworkFigures& network = report.network;
+    Put(block, Kind::Receive, "", {Figure(network.status, network.receive.bytes_per_second)});
+    Put(block, Kind::Transmit, "", {Figure(network.status, network.transmit.bytes_per_second)});
+    for (const InterfaceFigures& row : network.interfaces) {
+        Put(block, Kind::Interface, row.name,
+            {static_cast<float>(row.receive_bytes_per_second),
+             static_cast<float>(row.transmit_bytes_per_second)});
+    }
+    for (const DirectoryFigures& row : report.directories) {
+        Put(block, Kind::Directory, row.directory,
+            {Figure(row.io, row.busy_percent), Figure(row.io, row.operations_per_second),
+             Figure(row.space, row.used_bytes), Figure(row.space, row.available_bytes),
+             Figure(row.space, row.total_bytes)});
+    }
+    for (const ProcessFigures& row : report.processes) {
+        Put(block, Kind::Process, row.target,
+            {Figure(row.cpu, row.cpu_peak_percent), Optional(row.cpu, row.thread_peak_percent),
+             Figure(row.memory, row.resident_mib)});
+    }
+}
+
+void History::Append(const Report& report) {
+    if (m_blocks.empty() || m_blocks.back().times.size() == BLOCK_REPORTS) {
+        if (!m_blocks.empty()) {
+            for (auto& [key, row] : m_blocks.back().rows) {
+                row.shrink_to_fit();
+            }
+            m_blocks.back().bytes = BytesOf(m_blocks.back());
+        }
+        m_blocks.emplace_back();
+        m_blocks.back().times.reserve(BLOCK_REPORTS);
+    }
+    m_blocks.back().times.push_back(std::chrono::system_clock::to_time_t(report.time));
+    ++m_reports;
+    DropOld(report.interval_seconds);
+    PutReport(m_blocks.back(), report);
+}
+
+void History::DropOld(uint64_t interval_seconds) {
+    m_limit = std::max<size_t>(MIN_REPORTS, SECONDS_KEPT / std::max<uint64_t>(interval_seconds, 1));
+    while (m_blocks.size() > 1 &&
+           (m_reports - m_blocks.front().times.size() >= m_limit || Bytes() > MAX_BYTES)) {
+        m_reports -= m_blocks.front().times.size();
+        m_blocks.pop_front();
+    }
+}
+
+size_t History::BytesOf(const Block& block) {
+    size_t bytes = sizeof(block) + block.times.capacity() * sizeof(std::time_t);
+    for (const auto& [key, row] : block.rows) {
+        bytes += NODE_BYTES + key.second.size() + row.capacity() * sizeof(float);
+    }
+    return bytes;
+}
+
+size_t History::Bytes() const {
+    size_t bytes = m_blocks.empty() ? 0 : BytesOf(m_blocks.back());
+    for (const Block& block : m_blocks) {
+        bytes += block.bytes;
+    }
+    return bytes;
+}
+
+/// Of all reports in blocks, the number of the first that is later than `since` and counts.
+size_t History::First(std::time_t since) const {
+    size_t first = m_reports;
+    for (auto block = m_blocks.rbegin(); block != m_blocks.rend(); ++block) {
+        for (auto time = block->times.rbegin(); time != block->times.rend(); ++time) {
+            if (*time <= since || m_reports - first == m_limit) {
+                return first;
+            }
+            --first;
+        }
+    }
+    return first;
+}
+
+size_t History::CountSince(std::time_t since) const {
+    return m_reports - First(since);
+}
+
+std::string History::Json(std::time_t since) const {
+    Span span{m_blocks, First(since)};
+    span.Column("time", [&](const Block& block, size_t i) {
+        AppendNumber(span.text, static_cast<int64_t>(block.times[i]));
+    });
+    span.text += ',';
+    span.Object("cpu", Kind::Cpu);
+    span.Reopen();
+    span.List("cores", Kind::Core);
+    span.text += "},";
+    span.Object("memory", Kind::Memory);
+    span.text += ",\"network\":{";
+    span.Object("receive", Kind::Receive);
+    span.text += ',';
+    span.Object("transmit", Kind::Transmit);
+    span.text += ',';
+    span.List("interfaces", Kind::Interface);
+    span.text += "},";
+    span.List("directories", Kind::Directory);
+    span.text += ',';
+    span.List("processes", Kind::Process);
+    return std::move(span.text);
+}
+
+}  // namespace corvane::program
