@@ -53,4 +53,8 @@ private:
     bool m_colour = false;
 };
 
+/// For an end of the process without the destructor, from any thread or signal handler: restores
+/// the terminal as far as that goes without waiting. Without a LiveTerminal it does nothing.
+void RestoreTerminalAtOnce();
+
 }  // namespace corvane::program
