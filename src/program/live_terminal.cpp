@@ -38,6 +38,12 @@ std::array<char, RESTORE_LENGTH> restore_text = {};
 size_t restore_length = 0;
 std::atomic<bool> is_open = false;
 
+/// A job that was stopped and goes on in the background has left the terminal to others.
+bool InBackground() {
+    const pid_t foreground = tcgetpgrp(STDOUT_FILENO);  // -1: not the terminal that controls it
+    return foreground > 0 && foreground != getpgrp();
+}
+
 void RestoreAndDie(int signal) {
     RestoreTerminalAtOnce();
     raise(signal);  // the handler is gone: now it ends the process
@@ -161,8 +167,7 @@ Key KeyOf(int code) {
 }  // namespace
 
 void RestoreTerminalAtOnce() {
-    // A job in the background has left the terminal to others.
-    if (!is_open || tcgetpgrp(STDOUT_FILENO) != getpgrp()) {
+    if (!is_open || InBackground()) {
         return;
     }
     tcsetattr(STDOUT_FILENO, TCSANOW, &original_modes);
@@ -184,6 +189,7 @@ LiveTerminal::LiveTerminal() {
         throw std::runtime_error("--watch: the terminal cannot be set up");
     }
     is_open = true;
+    signal(SIGTTOU, SIG_IGN);  // would stop a stopped job once more that was asked to end
     HandleFatalSignals(SIG_DFL, RestoreAndDie);
     cbreak();
     noecho();
@@ -211,6 +217,7 @@ LiveTerminal::LiveTerminal() {
 LiveTerminal::~LiveTerminal() {
     endwin();
     is_open = false;
+    signal(SIGTTOU, SIG_DFL);
     HandleFatalSignals(RestoreAndDie, SIG_DFL);
 }
 
@@ -233,7 +240,7 @@ size_t LiveTerminal::Columns() const {
 
 void LiveTerminal::Draw(const std::vector<Line>& screen) {
     pollfd output = {STDOUT_FILENO, POLLOUT, 0};
-    if (poll(&output, 1, 0) != 1) {
+    if (poll(&output, 1, 0) != 1 || InBackground()) {
         return;
     }
     erase();

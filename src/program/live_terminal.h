@@ -42,7 +42,7 @@ public:
     size_t Columns() const;
 
     /// Draws what changed since the last time. Lines beyond the size are left out. Nothing happens
-    /// while the terminal takes no output.
+    /// while the terminal takes no output, or is left to others.
     void Draw(const std::vector<Line>& screen);
 
     /// What was typed, without waiting; empty: nothing more.
