@@ -10,7 +10,7 @@ mapfile -t BUILD_PACKAGES < <(
 BUILD_PACKAGES+=(g++)
 PACKAGE_PACKAGES=(debhelper dpkg-dev lintian)
 TEST_PACKAGES=("${PACKAGE_PACKAGES[@]}" libgtest-dev libgmock-dev clang libclang-rt-dev
-    python3 jq curl iproute2 procps tmux pkg-config)
+    python3 iproute2 strace openssl chromium chromium-driver)
 LINT_PACKAGES=(clang-format clang-tidy cppcheck doxygen shellcheck pyflakes3)
 
 # Runs apt-get as root, with its progress as a line at each tenth part. What it says otherwise is

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <string>
 #include <system_error>
 
 #include "monitor_physical_util.h"
@@ -109,6 +110,15 @@ inline bool SkipWord(const char*& text) {
     SkipRestOfWord(position);
     text = position;
     return true;
+}
+
+/// The next word up to a blank or the line's end; empty at the end.
+inline std::string TakeWord(const char*& line) {
+    line += strspn(line, " \t");
+    const size_t length = strcspn(line, " \t\n");
+    std::string word(line, length);
+    line += length;
+    return word;
 }
 
 /// Reads a word of at most 127 characters; a longer one continues as the next field.

@@ -33,7 +33,7 @@ constexpr size_t KEPT_DESCRIPTORS = 8;  // for what measures: it opens one or tw
 constexpr size_t CONNECTION_MEMORY = size_t{16} * 1024;  // a request's line and headers fit
 constexpr size_t MAX_BODY = size_t{1024} * 1024;         // read before a request is refused
 constexpr auto SWEEP_PERIOD = 1s;
-constexpr auto FULL_PAUSE = 5ms;      // until a slot may be free
+constexpr auto FULL_PAUSE = 1ms;      // until a slot may be free
 constexpr auto FAILED_PAUSE = 100ms;  // when the system has no descriptors or memory
 
 /// A C string from the library, or an empty one.

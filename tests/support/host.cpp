@@ -9,13 +9,6 @@ namespace corvane_test {
 
 namespace {
 
-template <typename... Values>
-std::string Words(const Values&... values) {
-    std::ostringstream text;
-    ((text << ' ' << values), ...);
-    return text.str();
-}
-
 const char* Name(const char* name) {
     return name[0] == '\0' ? "-" : name;
 }
@@ -145,7 +138,8 @@ std::string Host::See(const Call& call) {
 
 void Host::Replay(const Call& call, const std::vector<Step>& steps) {
     for (const Step& step : steps) {
-        EXPECT_EQ(After(call, step.files), step.seen) << "step " << &step - steps.data();
+        kernel.Write(step.files);
+        EXPECT_EQ(See(call), step.seen) << "step " << &step - steps.data();
     }
 }
 

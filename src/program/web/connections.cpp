@@ -10,7 +10,7 @@ using namespace std::chrono_literals;
 
 constexpr auto REQUEST_DEADLINE = 20s;  // from the connection or the request on to the last byte
 constexpr auto IDLE_DEADLINE = 120s;    // longer than servers take between two scrapes
-constexpr auto GRACE = 20ms;            // for the first bytes to arrive
+constexpr auto GRACE = 2ms;             // for the first bytes to arrive
 
 }  // namespace
 
