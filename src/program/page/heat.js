@@ -8,8 +8,10 @@ function cellsOf({names, at}, past, [from, to], across) {
     const place = (time) => Math.floor((time - from) / (to - from) * across);
     past.times.forEach((time, row) => {
         if (time < from || time - past.interval > to) return;
-        // A report tells of the interval before it.
-        const first = Math.max(place(time - past.interval) + 1, 0);
+        // A report tells of the time since the one before it.
+        const before = past.times[row - 1] ?? 0;
+        const begin = time - before > past.longestInterval ? time - past.interval : before;
+        const first = Math.max(place(begin) + 1, 0);
         const last = Math.min(place(time), across - 1);
         names.forEach((name, core) => {
             const value = at(name, row) ?? -1;

@@ -33,6 +33,9 @@ export class Past {
     #columns = new Map();
     #names = new Map(Object.keys(FIGURES).map((kind) => [kind, new Set()]));
 
+    /** Between two reports; when it is longer, one is missing. */
+    get longestInterval() { return GAP_INTERVALS * this.interval; }
+
     get last() { return this.times.length - 1; }
 
     /** Everything of a kind that the past knows, in the order of its appearance. */
@@ -59,7 +62,7 @@ export class Past {
         times.forEach((time, i) => {
             const before = this.times.at(-1);
             if (before !== undefined && time <= before) return;
-            if (time - before > GAP_INTERVALS * this.interval) {
+            if (time - before > this.longestInterval) {
                 this.times.push(before + this.interval);
                 rows.push(-1);
             }
