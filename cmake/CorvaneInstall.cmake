@@ -1,4 +1,4 @@
-# Install rules, package files and the .deb. Folders may be relative or absolute.
+# Install rules and package files. Folders may be relative or absolute.
 include(CMakePackageConfigHelpers)
 
 set(CORVANE_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/corvane_monitor")
@@ -40,7 +40,22 @@ function(corvane_install_library target)
     install(FILES ${PROJECT_BINARY_DIR}/${target}.pc DESTINATION ${CORVANE_PKGCONFIG_DIR})
 endfunction()
 
+# What a library links privately concerns those who link its archive, and nobody else.
+if(BUILD_SHARED_LIBS)
+    set(CORVANE_PC_HOST_REQUIRES "corvane_monitor\nRequires.private: spdlog")
+    set(CORVANE_HOST_PACKAGES "")
+else()
+    set(CORVANE_PC_HOST_REQUIRES "corvane_monitor spdlog")
+    set(CORVANE_HOST_PACKAGES spdlog Threads)
+endif()
+
 corvane_install_library(corvane_monitor)
+if(CORVANE_BUILD_HOST)
+    corvane_install_library(corvane_host)
+endif()
+if(CORVANE_BUILD_METRICS)
+    corvane_install_library(corvane_metrics)
+endif()
 configure_package_config_file(
     cmake/corvane_monitor-config.cmake.in ${PROJECT_BINARY_DIR}/corvane_monitor-config.cmake
     INSTALL_DESTINATION ${CORVANE_CMAKE_DIR})
@@ -50,27 +65,28 @@ install(FILES ${PROJECT_BINARY_DIR}/corvane_monitor-config.cmake
               ${PROJECT_BINARY_DIR}/corvane_monitor-config-version.cmake
         DESTINATION ${CORVANE_CMAKE_DIR})
 
-if(CORVANE_BUILD_HOST)
-    corvane_install_library(corvane_host)
-endif()
-if(CORVANE_BUILD_METRICS)
-    corvane_install_library(corvane_metrics)
-endif()
+set(CORVANE_DATA_DIR "${CMAKE_INSTALL_DATAROOTDIR}/corvane-monitor")
+set(CORVANE_DOC_DIR "${CMAKE_INSTALL_DATAROOTDIR}/doc/corvane-monitor")
+install(FILES ${PROJECT_SOURCE_DIR}/docs/guide.md DESTINATION ${CORVANE_DOC_DIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CORVANE_DOC_DIR})
+
 if(CORVANE_BUILD_PROGRAM)
     install(TARGETS corvane-monitor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES ${PROJECT_SOURCE_DIR}/docs/corvane-monitor.1
             DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-endif()
-
-if(PROJECT_IS_TOP_LEVEL)
-    set(CPACK_GENERATOR DEB)
-    set(CPACK_PACKAGE_NAME corvane-monitor)
-    set(CPACK_PACKAGE_VENDOR "The corvane-monitor developers")
-    set(CPACK_PACKAGE_CONTACT "The corvane-monitor developers <maintainers@corvane-monitor.example>")
-    set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-    set(CPACK_STRIP_FILES TRUE)
-    set(CPACK_DEBIAN_PACKAGE_SECTION admin)
-    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-    set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-    include(CPack)
+    install(FILES ${PROJECT_SOURCE_DIR}/docs/outputs.md ${PROJECT_SOURCE_DIR}/docs/fleet.md
+            DESTINATION ${CORVANE_DOC_DIR})
+    # Rules and dashboards, to be named in a server's configuration.
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/contrib/prometheus ${PROJECT_SOURCE_DIR}/contrib/grafana
+            DESTINATION ${CORVANE_DATA_DIR}
+            PATTERN tidy EXCLUDE)
+    set(CORVANE_FULL_SYSCONFDIR "${CMAKE_INSTALL_SYSCONFDIR}")
+    if(NOT IS_ABSOLUTE "${CORVANE_FULL_SYSCONFDIR}")
+        string(PREPEND CORVANE_FULL_SYSCONFDIR "${CMAKE_INSTALL_PREFIX}/")
+    endif()
+    configure_file(${PROJECT_SOURCE_DIR}/contrib/systemd/corvane-monitor.service.in
+                   ${PROJECT_BINARY_DIR}/corvane-monitor.service @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/corvane-monitor.service DESTINATION lib/systemd/system)
+    install(FILES ${PROJECT_SOURCE_DIR}/contrib/systemd/corvane-monitor.default
+            DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/default RENAME corvane-monitor)
 endif()

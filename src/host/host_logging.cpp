@@ -1,5 +1,6 @@
 #include "host_logging.h"
 
+#include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
@@ -7,8 +8,39 @@
 
 #include <cstdio>
 #include <iterator>
+#include <memory>
+#include <mutex>
 #include <utility>
 #include <vector>
+
+/// Standard error, or whoever asked for the records.
+class HostLogRedirection : public spdlog::sinks::base_sink<std::mutex> {
+public:
+    void SetTaker(std::function<void(const std::string&)> taker) {
+        const std::lock_guard lock(mutex_);
+        m_taker = std::move(taker);
+    }
+
+protected:
+    void sink_it_(const spdlog::details::log_msg& record) override {
+        if (!m_taker) {
+            m_standard_error.log(record);
+            return;
+        }
+        spdlog::memory_buf_t line;
+        formatter_->format(record, line);
+        m_taker(std::string(line.data(), line.size() - 1));  // without the line feed
+    }
+    void flush_() override { m_standard_error.flush(); }
+    void set_formatter_(std::unique_ptr<spdlog::formatter> formatter) override {
+        m_standard_error.set_formatter(formatter->clone());
+        formatter_ = std::move(formatter);
+    }
+
+private:
+    spdlog::sinks::stderr_sink_st m_standard_error;
+    std::function<void(const std::string&)> m_taker;
+};
 
 namespace {
 
@@ -25,13 +57,7 @@ constexpr PriorityName PRIORITY_NAMES[] = {
 
 constexpr size_t RECORD_LENGTH = 1024;  // most records; a longer one takes a buffer of its own
 
-std::shared_ptr<spdlog::logger> MakeLogger(const std::string& file) {
-    spdlog::sink_ptr sink;
-    if (file.empty()) {
-        sink = std::make_shared<spdlog::sinks::stderr_sink_mt>();
-    } else {
-        sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(file);
-    }
+std::shared_ptr<spdlog::logger> MakeLogger(spdlog::sink_ptr sink) {
     auto logger = std::make_shared<spdlog::logger>("corvane", std::move(sink));
     // The category decides what is written; the priority's name is part of the text, as spdlog has
     // fewer levels.
@@ -83,13 +109,24 @@ bool LogPriorityFromName(const std::string& name, int32_t& priority) {
 }
 
 HostLogCategory::HostLogCategory(int32_t least_urgent, const std::string& file)
-    : m_logger(MakeLogger(file)) {
+    : m_redirection(file.empty() ? std::make_shared<HostLogRedirection>() : nullptr) {
+    if (m_redirection != nullptr) {
+        m_logger = MakeLogger(m_redirection);
+    } else {
+        m_logger = MakeLogger(std::make_shared<spdlog::sinks::basic_file_sink_mt>(file));
+    }
     SetPriority(least_urgent);
     piPriorityLow = &m_least_urgent;
     piPriorityHigh = &m_most_urgent;
 }
 
 HostLogCategory::~HostLogCategory() = default;
+
+void HostLogCategory::Redirect(std::function<void(const std::string& line)> taker) {
+    if (m_redirection != nullptr) {
+        m_redirection->SetTaker(std::move(taker));
+    }
+}
 
 void HostLogCategory::SetPriority(int32_t least_urgent) {
     m_least_urgent = least_urgent;

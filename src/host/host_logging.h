@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -13,6 +14,7 @@
 namespace spdlog {
 class logger;
 }
+class HostLogRedirection;  // internal
 
 /// The name of a priority, as it stands in the output: "FATAL" ... "TRACE". A priority between two
 /// named ones takes the less urgent name.
@@ -36,10 +38,18 @@ public:
     /// Changes what is written from now on; see the constructor.
     void SetPriority(int32_t least_urgent);
 
+    /// Hands each record from now on to `taker`, as the line that would go to standard error,
+    /// without its end; an empty function goes back to standard error. Records that go to a file
+    /// stay there. `taker` is called on the thread that logs, one record at a time, and must not
+    /// log; it is not called any more when a call that replaced it has returned. Safe to call from
+    /// any thread but in `taker`.
+    void Redirect(std::function<void(const std::string& line)> taker);
+
     /// What writes the records.
     spdlog::logger& Logger() const { return *m_logger; }
 
 private:
+    std::shared_ptr<HostLogRedirection> m_redirection;  // null: records go to a file
     std::shared_ptr<spdlog::logger> m_logger;
     int32_t m_least_urgent = -1;
     int32_t m_most_urgent = INT32_MAX;

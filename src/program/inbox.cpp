@@ -79,7 +79,12 @@ Inbox::Wake Inbox::Wait(bool with_input) {
     sigset_t blocked;
     pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
     sigdelset(&blocked, SIGWINCH);
-    const int ready = ppoll(descriptors, with_input ? 2 : 1, nullptr, &blocked);
+    const timespec second = {1, 0};
+    const int ready =
+        ppoll(descriptors, with_input ? 2 : 1, with_input ? &second : nullptr, &blocked);
+    if (ready == 0) {
+        return Wake::Tick;
+    }
     if (ready < 0) {
         if (errno != EINTR) {
             // A limit on open files below the number of descriptors makes it fail at once.
@@ -94,13 +99,13 @@ Inbox::Wake Inbox::Wait(bool with_input) {
         return Wake::Input;
     }
     uint64_t notifications = 0;
-    (void)!read(m_event_fd, &notifications, sizeof(notifications));
+    [[maybe_unused]] const ssize_t taken = read(m_event_fd, &notifications, sizeof(notifications));
     return Wake::Message;
 }
 
 void Inbox::Notify() const {
     const uint64_t one = 1;
-    (void)!write(m_event_fd, &one, sizeof(one));
+    [[maybe_unused]] const ssize_t written = write(m_event_fd, &one, sizeof(one));
 }
 
 }  // namespace corvane::program

@@ -16,6 +16,7 @@ public:
         Message,       ///< a report or the request to stop may be there
         Input,         ///< something was typed, or the terminal has another size
         TerminalGone,  ///< nothing will be typed any more
+        Tick,          ///< a second has passed that a terminal was waited for
     };
 
     /// Construct it before any thread is started: a change of the terminal's size (SIGWINCH) is

@@ -1,49 +1,52 @@
-// The full-screen view: the report's figures over history graphs, drawn with ncurses.
+// The full-screen view: all of a report over graphs of the past, with keys to move about in it.
 #pragma once
 
-#include <cstddef>
+#include <chrono>
 #include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
-#include <vector>
 
+#include "live_layout.h"
+#include "live_terminal.h"
 #include "report.h"
 
 namespace corvane::program {
 
-/// Owns the terminal while it lives; the destructor restores it. One at a time.
+/// Owns the terminal while it lives; the destructor restores it. One at a time. All but AddLogLine
+/// belongs to one thread.
 class LiveView {
 public:
-    /// Throws std::runtime_error when standard input or output is no terminal, or of no known type.
+    /// @throws std::runtime_error see LiveTerminal
     LiveView();
-    LiveView(const LiveView&) = delete;
-    LiveView& operator=(const LiveView&) = delete;
-    ~LiveView();
 
     /// Adds a report to the history and draws it.
-    void Show(const Report& report);
+    void Show(std::shared_ptr<const Report> report);
 
-    /// Takes what was typed and redraws on a change of size. False: the user quits.
+    /// Takes what was typed and follows a change of size. False: the user quits.
     bool HandleInput();
 
+    /// Draws again; to be called about once a second, so that the age of figures shows.
+    void Tick();
+
+    /// Keeps a log record for the pane that shows the last ones from the next drawing on. Safe to
+    /// call from any thread.
+    void AddLogLine(const std::string& line);
+
 private:
-    /// The past of one figure, newest last; a negative value was not measured.
-    struct History {
-        std::string title;
-        std::string unit;
-        double full_scale = 0;  // 0: the highest value on the screen
-        std::deque<double> values;
-        std::string latest;
-    };
-
-    void Add(size_t graph, double value, bool measured, std::string latest);
     void Draw();
-    int DrawProcesses(int row);
-    void DrawGraph(const History& history, int top, int left, int height, int width) const;
+    void Act(Key key);
+    void Scroll(Key key);
 
-    std::vector<History> m_graphs;
-    Report m_report;
-    std::string m_last_note;
-    bool m_block_characters = false;
+    LiveTerminal m_terminal;
+    LiveModel m_model;
+    std::optional<LiveModel> m_paused;  // what stands still while m_model goes on
+    LiveState m_state;
+    size_t m_scroll_before_help = 0;
+    Screen m_screen;  // as drawn last
+    std::mutex m_log_mutex;
+    std::deque<std::string> m_log;
 };
 
 }  // namespace corvane::program

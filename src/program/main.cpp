@@ -19,6 +19,7 @@
 
 #include "host_logging.h"
 #include "inbox.h"
+#include "live_terminal.h"
 #include "live_view.h"
 #include "monitor_service.h"
 #include "options.h"
@@ -68,27 +69,51 @@ private:
 /// Where reports go: a screen, a web server, or lines on standard output.
 class Outputs {
 public:
-    explicit Outputs(const Options& options)
-        : m_format(options.format),
+    Outputs(const Options& options, HostLogCategory& log)
+        : m_log(log),
+          m_format(options.format),
           m_colour(isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr) {
-        if (!options.listen_address.empty()) {
-            m_server = std::make_unique<WebServer>(options.listen_address);
-            PrintNote("metrics on http://" + m_server->Address() + "/metrics");
+        if (options.web) {
+            m_server = std::make_unique<WebServer>(*options.web);
+            m_notes.Print(m_server->Notes());
+            PrintNote("page on " + m_server->Url() + "/, metrics on " + m_server->Url() +
+                      "/metrics");
         } else if (options.watch) {
             m_view = std::make_unique<LiveView>();
+            m_log.Redirect([this](const std::string& line) { m_view->AddLogLine(line); });
         } else if (isatty(STDERR_FILENO) != 0 && options.service.report_interval >= LONG_WAIT) {
             PrintNote("the first report comes in " +
                       std::to_string(options.service.report_interval.count()) + " s");
         }
     }
 
+    Outputs(const Outputs&) = delete;
+    Outputs& operator=(const Outputs&) = delete;
+    ~Outputs() { m_log.Redirect({}); }
+
     bool TakesInput() const { return m_view != nullptr; }
     bool HandleInput() { return m_view->HandleInput(); }
+
+    /// Says what the user should know, beside the reports.
+    void Tell(const std::string& text) {
+        if (m_view != nullptr) {
+            m_view->AddLogLine(text);
+        } else {
+            PrintNote(text);
+        }
+    }
+
+    /// To be called about once a second.
+    void Tick() {
+        if (m_view != nullptr) {
+            m_view->Tick();
+        }
+    }
 
     /// @throws std::system_error standard output cannot be written to
     void Put(const std::shared_ptr<const Report>& report) {
         if (m_view != nullptr) {
-            m_view->Show(*report);
+            m_view->Show(report);
             return;
         }
         m_notes.Print(report->notes);
@@ -105,6 +130,7 @@ public:
     }
 
 private:
+    HostLogCategory& m_log;
     OutputFormat m_format;
     bool m_colour;
     bool m_first = true;
@@ -117,7 +143,7 @@ private:
 bool PutReports(Inbox& inbox, Outputs& outputs, const std::optional<uint64_t>& count,
                 uint64_t& reports) {
     if (const uint64_t dropped = inbox.TakeDropped()) {
-        PrintNote(std::to_string(dropped) + " reports are lost: the output was held up");
+        outputs.Tell(std::to_string(dropped) + " reports are lost: the output was held up");
     }
     while (!inbox.IsStopped()) {
         const auto report = inbox.Take();
@@ -139,11 +165,16 @@ void ShowReports(Inbox& inbox, Outputs& outputs, const std::optional<uint64_t>& 
     for (bool go_on = true; go_on;) {
         const Inbox::Wake wake = inbox.Wait(outputs.TakesInput());
         try {
+            if (wake == Inbox::Wake::Tick) {
+                outputs.Tick();
+            }
             go_on = wake != Inbox::Wake::TerminalGone &&
                     (wake != Inbox::Wake::Input || outputs.HandleInput()) &&
                     PutReports(inbox, outputs, count, reports);
         } catch (const std::bad_alloc&) {
-            fputs("corvane-monitor: a report is lost: not enough memory\n", stderr);
+            if (!outputs.TakesInput()) {  // not over the view
+                fputs("corvane-monitor: a report is lost: not enough memory\n", stderr);
+            }
             go_on = reports != count;
         }
     }
@@ -151,10 +182,10 @@ void ShowReports(Inbox& inbox, Outputs& outputs, const std::optional<uint64_t>& 
 
 void Run(const Options& options) {
     const auto inbox = std::make_shared<Inbox>();
-    OnStopSignal([inbox] { inbox->Stop(); });
+    OnStopSignal([inbox] { inbox->Stop(); }, RestoreTerminalAtOnce);
     // A thread that a file holds up at the end may still log.
     static auto* const log = new HostLogCategory(options.log_priority, options.log_file);
-    Outputs outputs(options);
+    Outputs outputs(options, *log);
     ServiceSettings settings = options.service;
     settings.log = log;
     settings.on_report = [inbox](const std::shared_ptr<const Report>& report) {

@@ -58,7 +58,7 @@ std::string CheckLogLevel(const std::string& name) {
 }
 
 std::string CheckPid(std::string& text) {
-    const std::string error = CheckNumber(text, MAX_PID);
+    std::string error = CheckNumber(text, MAX_PID);
     if (!error.empty()) {
         return error;
     }
@@ -93,20 +93,10 @@ std::string CheckNotEmpty(const std::string& text) {
     return text.empty() ? "an empty name" : "";
 }
 
-/// ADDRESS:PORT, :PORT or PORT; without an address the loopback.
-std::string CompleteAddress(const std::string& address) {
-    const size_t colon = address.rfind(':');
-    const std::string port = colon == std::string::npos ? address : address.substr(colon + 1);
-    const std::string host = colon == std::string::npos ? "" : address.substr(0, colon);
-    return (host.empty() ? "127.0.0.1" : host) + ":" + port;
-}
-
-std::string CheckAddress(const std::string& address) {
-    const std::string complete = CompleteAddress(address);
-    const std::string port = complete.substr(complete.rfind(':') + 1);
-    const bool number = !port.empty() && port.size() <= 5 &&
-                        port.find_first_not_of("0123456789") == std::string::npos;
-    return number && std::stoi(port) <= 65535 ? "" : "not ADDRESS:PORT: " + address;
+std::string CheckAddress(const std::string& text) {
+    return ParseListenAddress(text) ? ""
+                                    : "not one address to listen on: " + text +
+                                          " (ADDRESS:PORT, [IPV6]:PORT, :PORT or PORT; no names)";
 }
 
 std::string CheckFormat(const std::string& name) {
@@ -140,6 +130,8 @@ CommandLine ParseCommandLine(int argc, const char* const* argv) {
     uint64_t tiny_cycle = 1;
     bool cores = false;
     bool no_cores = false;
+    std::string listen;
+    WebSettings web;
     std::string log_level = "off";
     std::string format = "table";
 
@@ -213,12 +205,24 @@ CommandLine ParseCommandLine(int argc, const char* const* argv) {
         app.add_flag("--watch", options.watch, "full-screen view with graphs; q quits")
             ->excludes(format_option);
     auto* const listen_option =
-        app.add_option("--listen", options.listen_address,
-                       "metrics for a Prometheus server on ADDRESS:PORT, nothing printed;\n"
-                       "without an address on the loopback only")
+        app.add_option("--listen", listen,
+                       "a page, and metrics for a Prometheus server, on ADDRESS:PORT;\n"
+                       "nothing printed; without an address on the loopback only")
             ->check(CLI::Validator(CheckAddress, "ADDRESS:PORT"))
             ->excludes(watch_flag)
             ->excludes(format_option);
+    auto* const certificate_option =
+        app.add_option("--tls-cert", web.tls_certificate, "the server's certificate, PEM")
+            ->needs(listen_option)
+            ->option_text("FILE");
+    auto* const key_option = app.add_option("--tls-key", web.tls_key, "its key, PEM")
+                                 ->needs(certificate_option)
+                                 ->option_text("FILE");
+    certificate_option->needs(key_option);
+    app.add_option("--web-password-file", web.password_file,
+                   "who may read: lines USER:HASH, as 'openssl passwd -6' makes it")
+        ->needs(listen_option)
+        ->option_text("FILE");
     auto* const log_level_option =
         app.add_option(
                "--log-level", log_level,
@@ -264,15 +268,16 @@ CommandLine ParseCommandLine(int argc, const char* const* argv) {
     service.tiny_cycle = std::chrono::seconds(tiny_cycle);
     if (count_option->count() > 0) {
         options.count = count;
-    } else if (interval_option->count() == 0 && !options.watch && options.listen_address.empty()) {
+    } else if (interval_option->count() == 0 && !options.watch && listen.empty()) {
         options.count = 1;
     }
     service.cores = cores || (!no_cores && sysconf(_SC_NPROCESSORS_ONLN) <= MAX_CORES_BY_DEFAULT);
     if (service.directories.empty()) {
         service.directories.emplace_back("/");
     }
-    if (!options.listen_address.empty()) {
-        options.listen_address = CompleteAddress(options.listen_address);
+    if (const auto address = ParseListenAddress(listen)) {
+        web.address = *address;
+        options.web = web;
     }
     options.format = format == "json" ? OutputFormat::Json : OutputFormat::Table;
     return {options, "", 0};

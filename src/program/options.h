@@ -6,6 +6,7 @@
 #include <string>
 
 #include "monitor_service.h"
+#include "web_server.h"
 
 namespace corvane::program {
 
@@ -16,9 +17,9 @@ struct Options {
     std::optional<uint64_t> count;  ///< reports at most; empty: until stopped
     OutputFormat format = OutputFormat::Table;
     bool watch = false;
-    std::string listen_address;  ///< empty: no metrics server
-    int32_t log_priority = -1;   ///< least urgent priority logged; -1: none
-    std::string log_file;        ///< empty: standard error
+    std::optional<WebSettings> web;  ///< empty: no web server
+    int32_t log_priority = -1;       ///< least urgent priority logged; -1: none
+    std::string log_file;            ///< empty: standard error
 };
 
 /// What to do with a command line: run with the options, or print a text and end.
