@@ -812,6 +812,7 @@ private:
     /// Fills in what the path tells. `mounts` are read when the first directory needs them.
     int32_t FindDirectory(RegisteredPath& directory, std::vector<MountEntry>& mounts,
                           LogCategory* log_handle);
+    void ForgetDirectory(const char* file_path);
     int32_t SetDiskTarget(const RegisteredPath& directory, int32_t arrays_status,
                           char* proc_diskstats, LogCategory* log_handle);
     std::vector<std::string> FindLines(char* proc_diskstats, std::string& measured_name,

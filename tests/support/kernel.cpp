@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 #include <utility>
 
@@ -404,6 +405,15 @@ int gettimeofday(struct timeval* time, void* zone) noexcept {
     int64_t& now = call.kernel->clock_us;
     *time = {now / 1000000, now % 1000000};
     now += call.kernel->clock_step_us;
+    return 0;
+}
+
+int clock_gettime(clockid_t clock, struct timespec* time) noexcept {
+    const Call call;
+    if (call.kernel == nullptr || clock != CLOCK_MONOTONIC || call.kernel->monotonic_us == 0) {
+        return Real(&clock_gettime, "clock_gettime")(clock, time);
+    }
+    *time = {call.kernel->monotonic_us / 1000000, call.kernel->monotonic_us % 1000000 * 1000};
     return 0;
 }
 
