@@ -29,13 +29,25 @@ function(corvane_lacks part what)
     endif()
 endfunction()
 
-# find_package for the CMakeLists.txt of a part, which ends here when the package is missing.
-macro(corvane_find part package)
-    find_package(${package} QUIET ${ARGN})
-    if(NOT ${package}_FOUND)
-        corvane_lacks(${part} ${package})
+# Ends the CMakeLists.txt of a part when the variable says that something it needs was not found.
+macro(corvane_need part variable what)
+    if(NOT ${variable})
+        corvane_lacks(${part} ${what})
         return()
     endif()
+endmacro()
+
+# The same with find_package.
+macro(corvane_find part package)
+    find_package(${package} QUIET ${ARGN})
+    corvane_need(${part} ${package}_FOUND ${package})
+endmacro()
+
+# The same with pkg-config: gives PkgConfig::<name>.
+macro(corvane_find_pc part name module)
+    corvane_find(${part} PkgConfig)
+    pkg_check_modules(${name} QUIET IMPORTED_TARGET ${module})
+    corvane_need(${part} ${name}_FOUND ${module})
 endmacro()
 
 # Adds the folder of a part that makes `target` and links `below`; afterwards CORVANE_BUILD_<PART>

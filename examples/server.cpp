@@ -14,19 +14,19 @@
 int main(int argc, char** argv) {
     const std::vector<std::string> arguments(argv, argv + argc);
     HostLogCategory log(LOG_PRIORITY_WARN);  // for the monitor's own records
-    const auto metrics = std::make_shared<corvane::ReportMetrics>();
-    corvane::ServiceSettings settings;  // this process, all interfaces
+    corvane::ServiceSettings settings;       // this process, all interfaces
     settings.directories = {arguments.at(1)};
     settings.report_interval = std::chrono::seconds(std::stoi(arguments.at(3)));
     settings.log = &log;
-    settings.on_report = [metrics](const std::shared_ptr<const corvane::Report>& report) {
-        metrics->Store(report);
+    settings.on_report = [](const std::shared_ptr<const corvane::Report>& report) {
         std::cout << corvane::ReportToJson(*report) << std::endl;
     };
     const corvane::MonitorService service(settings);
+    const auto metrics = std::make_shared<corvane::ReportMetrics>(service);
     prometheus::Exposer exposer(arguments.at(2));
     exposer.RegisterCollectable(metrics);
     std::cout << "metrics on port " << exposer.GetListeningPorts().front() << std::endl;
+
     std::atomic<bool> running{true};
     const auto work = [&running](std::chrono::milliseconds pause) {
         while (running)

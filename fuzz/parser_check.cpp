@@ -2,12 +2,10 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <string>
+#include <vector>
 
-#include "fuzz_check.h"
 #include "monitor_physical_util_internal.h"
 
 namespace corvane_fuzz {
@@ -17,145 +15,97 @@ namespace {
 using namespace CorvaneCommon;
 
 constexpr int MAX_LINES = 8;
-
 // What a number holds that was not read: parsers promise not to touch it.
 constexpr uint64_t UNREAD = 0x5555555555555555;
 
-/// Both sides of one comparison: a name and up to eleven numbers.
-struct Fields {
-    Fields() { std::fill(std::begin(numbers), std::end(numbers), UNREAD); }
+/// Compares a parser with sscanf: whether all numbers were read, and each of them.
+template <typename Parse>
+void CheckNumbers(const std::string& line, const char* format,
+                  const std::vector<uint64_t*>& numbers, const Parse& parse) {
+    constexpr size_t MOST = 11;
+    uint64_t n[MOST];
+    std::fill_n(n, MOST, UNREAD);
+    for (uint64_t* const number : numbers) {
+        *number = UNREAD;
+    }
+    const int read = sscanf(line.c_str(), format, &n[0], &n[1], &n[2], &n[3], &n[4], &n[5], &n[6],
+                            &n[7], &n[8], &n[9], &n[10]);
+    FUZZ_CHECK(parse(line.c_str()) == (read == static_cast<int>(numbers.size())), line.c_str());
+    for (size_t i = 0; i < numbers.size(); ++i) {
+        FUZZ_CHECK(*numbers[i] == n[i], line.c_str());
+    }
+}
 
+/// The line's first word, as a name holds it; nothing when there is none.
+std::string FirstName(const std::string& line) {
     char name[MONITOR_NAME_LENGTH] = {};
-    uint64_t numbers[11];
-};
-
-void CheckSame(const char* line, bool ours_complete, const Fields& ours, bool theirs_complete,
-               const Fields& theirs) {
-    FUZZ_CHECK(ours_complete == theirs_complete, line);
-    FUZZ_CHECK(strcmp(ours.name, theirs.name) == 0, line);
-    FUZZ_CHECK(std::equal(std::begin(ours.numbers), std::end(ours.numbers), theirs.numbers), line);
+    sscanf(line.c_str(), "%127s", name);
+    return name;
 }
 
-void CheckCPULine(const char* line) {
-    Fields ours;
-    Fields theirs;
-    CPUInfo info;
-    uint64_t* const columns[] = {&info.user,   &info.nice, &info.system, &info.idle,
-                                 &info.iowait, &info.irq,  &info.softirq};
-    for (uint64_t* const column : columns) {
-        *column = UNREAD;
-    }
-    const bool complete = ParseCPULine(line, info);
-    std::transform(std::begin(columns), std::end(columns), ours.numbers,
-                   [](const uint64_t* column) { return *column; });
-    memcpy(ours.name, info.cpu_core_name, sizeof(ours.name));
-    uint64_t* const n = theirs.numbers;
-    const int count = sscanf(line, "%127s %lu %lu %lu %lu %lu %lu %lu", theirs.name, &n[0], &n[1],
-                             &n[2], &n[3], &n[4], &n[5], &n[6]);
-    CheckSame(line, complete, ours, count == 8, theirs);
+void CheckNamedLines(const std::string& line) {
+    CPUInfo cpu;
+    DiskIOInfo disk;
+    const std::string name = FirstName(line);
+    // A word that is cut continues as the next field.
+    const std::string rest = line.substr(std::min(line.find(name) + name.size(), line.size()));
+    CheckNumbers(
+        rest, "%lu %lu %lu %lu %lu %lu %lu",
+        {&cpu.user, &cpu.nice, &cpu.system, &cpu.idle, &cpu.iowait, &cpu.irq, &cpu.softirq},
+        [&](const char*) { return ParseCPULine(line.c_str(), cpu); });
+    FUZZ_CHECK(cpu.cpu_core_name == name, line.c_str());
+    CheckNumbers(rest, "%lu %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu",
+                 {&disk.reads_completed, &disk.reads_merged, &disk.sectors_read,
+                  &disk.time_spent_reading, &disk.writes_completed, &disk.writes_merged,
+                  &disk.sectors_written, &disk.time_spent_writing, &disk.ios_currently_in_progress,
+                  &disk.time_spent_doing_ios, &disk.weighted_time_spent_doing_ios},
+                 [&](const char*) { return ParseDiskLine(line.c_str(), disk); });
+    FUZZ_CHECK(disk.device_name == name, line.c_str());
 }
 
-void CheckDiskLine(const char* line) {
-    Fields ours;
-    Fields theirs;
-    DiskIOInfo info;
-    uint64_t* const columns[] = {&info.reads_completed,
-                                 &info.reads_merged,
-                                 &info.sectors_read,
-                                 &info.time_spent_reading,
-                                 &info.writes_completed,
-                                 &info.writes_merged,
-                                 &info.sectors_written,
-                                 &info.time_spent_writing,
-                                 &info.ios_currently_in_progress,
-                                 &info.time_spent_doing_ios,
-                                 &info.weighted_time_spent_doing_ios};
-    for (uint64_t* const column : columns) {
-        *column = UNREAD;
-    }
-    const bool complete = ParseDiskLine(line, info);
-    std::transform(std::begin(columns), std::end(columns), ours.numbers,
-                   [](const uint64_t* column) { return *column; });
-    memcpy(ours.name, info.device_name, sizeof(ours.name));
-    uint64_t* const n = theirs.numbers;
-    const int count =
-        sscanf(line, "%127s %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu", theirs.name, &n[0], &n[1],
-               &n[2], &n[3], &n[4], &n[5], &n[6], &n[7], &n[8], &n[9], &n[10]);
-    CheckSame(line, complete, ours, count == 12, theirs);
+void CheckLine(const std::string& line) {
+    CheckNamedLines(line);
+    NetworkInfo nic;
+    CheckNumbers(line.substr(line.find(':') + 1), "%lu %lu %*u %*u %*u %*u %*u %*u %lu %lu",
+                 {&nic.input_bytes, &nic.input_packets, &nic.output_bytes, &nic.output_packets},
+                 [&](const char* text) { return ParseNetworkCounters(text, nic); });
+    ProcessCPUInfo process;
+    CheckNumbers(line, "%*u %*s %*s %*u %*u %*u %*u %*u %*u %*u %*u %*u %*u %lu %lu %lu %lu",
+                 {&process.user, &process.system, &process.user_wait, &process.system_wait},
+                 [&](const char* text) { return ParseProcessTimes(text, process); });
+    CheckNumbers(line, "%*u %*s %*s %*u %*u %*u %*u %*u %*u %*u %*u %*u %*u %lu %lu",
+                 {&process.user, &process.system}, [&](const char* text) {
+                     return ParseThreadTimes(text, process.user, process.system);
+                 });
+    CheckNumbers(line, "%*s %lu", {&process.user},
+                 [&](const char* text) { return ParseKeyValue(text, process.user); });
 }
 
-void CheckNetworkCounters(const char* text) {
-    Fields ours;
-    Fields theirs;
-    NetworkInfo info;
-    info.input_bytes = info.input_packets = info.output_bytes = info.output_packets = UNREAD;
-    const bool complete = ParseNetworkCounters(text, info);
-    const uint64_t columns[] = {info.input_bytes, info.input_packets, info.output_bytes,
-                                info.output_packets};
-    std::copy(std::begin(columns), std::end(columns), ours.numbers);
-    uint64_t* const n = theirs.numbers;
-    const int count =
-        sscanf(text, "%lu %lu %*u %*u %*u %*u %*u %*u %lu %lu", &n[0], &n[1], &n[2], &n[3]);
-    CheckSame(text, complete, ours, count == 4, theirs);
-}
-
-void CheckProcessTimes(const char* line) {
-    Fields ours;
-    Fields theirs;
-    ProcessCPUInfo info;
-    info.user = info.system = info.user_wait = info.system_wait = UNREAD;
-    const bool complete = ParseProcessTimes(line, info);
-    const uint64_t columns[] = {info.user, info.system, info.user_wait, info.system_wait};
-    std::copy(std::begin(columns), std::end(columns), ours.numbers);
-    uint64_t* const n = theirs.numbers;
-    const int count =
-        sscanf(line, "%*u %*s %*s %*u %*u %*u %*u %*u %*u %*u %*u %*u %*u %lu %lu %lu %lu", &n[0],
-               &n[1], &n[2], &n[3]);
-    CheckSame(line, complete, ours, count == 4, theirs);
-
-    uint64_t user = UNREAD;
-    uint64_t system = UNREAD;
-    FUZZ_CHECK(ParseThreadTimes(line, user, system) == (count >= 2), line);
-    FUZZ_CHECK(user == n[0] && system == n[1], line);
-}
-
-void CheckKeyValue(const char* line) {
-    uint64_t ours = UNREAD;
-    uint64_t theirs = UNREAD;
-    const bool complete = ParseKeyValue(line, ours);
-    FUZZ_CHECK(complete == (sscanf(line, "%*s %lu", &theirs) == 1), line);
-    FUZZ_CHECK(ours == theirs, line);
-}
-
-void CheckMountLine(const char* line) {
+void CheckMountLine(const std::string& line) {
     char device[MONITOR_NAME_LENGTH] = {};
     char mount_point[MONITOR_NAME_LENGTH] = {};
-    const bool complete = ParseMountLine(line, device, mount_point);
+    const bool complete = ParseMountLine(line.c_str(), device, mount_point);
     // sscanf has no way to cut a word and skip its rest, so the words are cut out here.
-    std::string longest(strlen(line) + 1, '\0');
-    std::string second(strlen(line) + 1, '\0');
-    const int count = sscanf(line, "%s %s", longest.data(), second.data());
-    FUZZ_CHECK(complete == (count == 2), line);
-    if (complete) {
-        FUZZ_CHECK(longest.substr(0, sizeof(device) - 1).c_str() == std::string(device), line);
-        FUZZ_CHECK(second.substr(0, sizeof(device) - 1).c_str() == std::string(mount_point), line);
-    }
+    std::string words[] = {std::string(line.size() + 1, '\0'), std::string(line.size() + 1, '\0')};
+    FUZZ_CHECK(complete == (sscanf(line.c_str(), "%s %s", words[0].data(), words[1].data()) == 2),
+               line.c_str());
+    FUZZ_CHECK(
+        !complete || words[0].substr(0, MONITOR_NAME_LENGTH - 1).c_str() == std::string(device),
+        line.c_str());
+    FUZZ_CHECK(!complete ||
+                   words[1].substr(0, MONITOR_NAME_LENGTH - 1).c_str() == std::string(mount_point),
+               line.c_str());
 }
 
 }  // namespace
 
 void CheckParsers(std::string_view text) {
     for (int i = 0; i < MAX_LINES && !text.empty(); ++i) {
-        const size_t length = std::min(text.find('\n'), text.size());
-        const std::string line(text.substr(0, length));
-        text.remove_prefix(std::min(length + 1, text.size()));
-        CheckCPULine(line.c_str());
-        CheckDiskLine(line.c_str());
-        const char* const colon = strchr(line.c_str(), ':');
-        CheckNetworkCounters(colon == nullptr ? line.c_str() : colon + 1);
-        CheckProcessTimes(line.c_str());
-        CheckKeyValue(line.c_str());
-        CheckMountLine(line.c_str());
+        const std::string_view whole = text.substr(0, text.find('\n'));
+        text.remove_prefix(std::min(whole.size() + 1, text.size()));
+        const std::string line = std::string(whole).c_str();  // up to a NUL
+        CheckLine(line);
+        CheckMountLine(line);
     }
 }
 

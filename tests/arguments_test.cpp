@@ -11,12 +11,17 @@ using namespace CorvaneCommon;
 
 class Arguments : public HostTest {
 protected:
-    /// Expects the text, with an argument's value in each "#", for a null, 0 or "" in each place.
+    /// Expects a text for a null, 0 or "" in each argument's place. In it "name!" is short for
+    /// "name is NULL", "name?" for "name is NULL or name's length is 0", and "name#" for "name: "
+    /// with the value of the next argument.
     template <typename RefusedCall, typename... Good>
     void Refuses(const std::string& text, const RefusedCall& call, Good... good) {
         const auto with = [&](auto& argument, const auto& value) {
             const auto kept = std::exchange(argument, value);
-            std::string expected = text;
+            std::string expected =
+                std::regex_replace(text, std::regex("(\\w+)\\?"), "$1! or $1's length is 0");
+            expected = std::regex_replace(expected, std::regex("(\\w+)!"), "$1 is NULL");
+            expected = (text.rfind("FAILED", 0) == 0 ? "" : "WRONG; ") + expected;
             (Fill(expected, good), ...);
             const std::string seen = See([&] { return call(good..., 0, 0); });
             EXPECT_EQ(std::regex_replace(seen, std::regex("0x[0-9a-f]+"), "PTR"), expected);
@@ -33,15 +38,14 @@ protected:
 
     template <typename Value>
     static void Fill(std::string& text, Value value) {
-        std::string shown = "PTR";
+        std::ostringstream shown;
         if constexpr (std::is_pointer_v<Value>) {
-            shown = value == nullptr ? "(nil)" : shown;
+            shown << ": " << (value == nullptr ? "(nil)" : "PTR");
         } else {
-            shown = std::to_string(value);
+            shown << ": " << value;
         }
-        const size_t place = text.find('#');
-        text.replace(std::min(place, text.size()), place == std::string::npos ? 0 : 1,
-                     place == std::string::npos ? "" : shown);
+        text = std::regex_replace(text, std::regex("#"), shown.str(),
+                                  std::regex_constants::format_first_only);
     }
 };
 
@@ -55,7 +59,8 @@ protected:
         __VA_ARGS__)
 
 TEST_F(Arguments, RefusedOneByOne) {
-    Boot(Stat("cpu0 1 1"), KernelFiles{{"/proc/17/stat", ""}, {"/data/x", ""}});
+    Boot(Stat("cpu0 1 1"),
+         KernelFiles{{"/proc/0/stat", ""}, {"/proc/1/stat", ""}, {"/data/x", ""}});
     CPUInfo cpu;
     ProcessCPUInfo process;
     NetworkInfo nic;
@@ -70,123 +75,93 @@ TEST_F(Arguments, RefusedOneByOne) {
     char* const text = out.text;
     kernel.ResetCounts();
     REFUSES(
-        "FAILED; file_content is NULL or 0 >= file_content_length or file_path is NULL, "
-        "file_content: #, file_content_length: #, file_path: #.",
+        "FAILED; file_content! or 0 >= file_content_length or file_path!, file_content#, "
+        "file_content_length#, file_path#.",
         inside->ReadFromFile(a, b, c, log), text, 4U, dir);
     REFUSES(
-        "WRONG; real_file_path is NULL or real_file_path_length <=0 or file_path is NULL, "
-        "real_file_path: #, file path: #, real_file_path_length: #.",
+        "real_file_path! or real_file_path_length <=0 or file_path!, real_file_path#, file path#, "
+        "real_file_path_length#.",
         inside->GetRealFilePath(a, c, b, log), text, text, 9U);
-    REFUSES(
-        "WRONG; raw_cpu_info is NULL or raw_cpu_info_length is 0, raw_cpu_info: #, "
-        "raw_cpu_info_length: #.",
-        inside->GetRawCPUInfo(a, b, log), text, 7U);
-    REFUSES(
-        "WRONG; cpu_core_name is NULL or cpu_core_name's length is 0 or now_cpu_info is NULL, "
-        "cpu_core_name: #, now_cpu_info: #.",
-        inside->GetCPUInfo(b, a, log), dir, &cpu);
-    REFUSES(
-        "WRONG; now_cpu_info is NULL or cpu_core_name is NULL or cpu_core_name's length is 0, "
-        "cpu_core_name: #, now_cpu_info: #.",
-        inside->CalcCPUInfo(rate, a, inside->old_cpu_info, b, true, true, log), dir, &cpu);
-    REFUSES("WRONG; cpu_info_result is NULL.", m->GetCPUMonitorInfo(a, log), &out.core);
-    REFUSES("WRONG; cpu_info_result is NULL.", m->GetCPUMonitorInfoForTinyCycle(a, log), &out.core);
-    REFUSES(
-        "WRONG; cpu_core_name is NULL or cpu_core_name's length is 0 or cpu_info_result is NULL, "
-        "cpu_core_name: #, cpu_info_result: #.",
-        m->GetCPUMonitorInfo(b, a, true, log), dir, &out.core);
-    REFUSES("WRONG; now_process_cpu_info is NULL or 0 >= pid, now_cpu_info: #, pid: #.",
+    REFUSES("raw_cpu_info! or raw_cpu_info_length is 0, raw_cpu_info#, raw_cpu_info_length#.",
+            inside->GetRawCPUInfo(a, b, log), text, 7U);
+    REFUSES("cpu_core_name? or now_cpu_info!, cpu_core_name#, now_cpu_info#.",
+            inside->GetCPUInfo(b, a, log), dir, &cpu);
+    REFUSES("now_cpu_info! or cpu_core_name?, cpu_core_name#, now_cpu_info#.",
+            inside->CalcCPUInfo(rate, a, inside->old_cpu_info, b, true, true, log), dir, &cpu);
+    REFUSES("cpu_info_result!.", m->GetCPUMonitorInfo(a, log), &out.core);
+    REFUSES("cpu_info_result!.", m->GetCPUMonitorInfoForTinyCycle(a, log), &out.core);
+    REFUSES("cpu_core_name? or cpu_info_result!, cpu_core_name#, cpu_info_result#.",
+            m->GetCPUMonitorInfo(b, a, true, log), dir, &out.core);
+    REFUSES("now_process_cpu_info! or 0 >= pid, now_cpu_info#, pid#.",
             inside->GetProcessCPUInfo(a, b, true, log), &process, PID);
     REFUSES(
-        "WRONG; now_cpu_info is NULL or now_process_cpu_info is NULL or 0>= pid, now_cpu_info: #, "
-        "now_process_cpu_info: #, pid: #.; percent 0 0",
+        "now_cpu_info! or now_process_cpu_info! or 0>= pid, now_cpu_info#, now_process_cpu_info#, "
+        "pid#.; percent 0 0",
         m->CalcProcessCPUInfoForTinyCycle(percent[0], percent[1], a, b, c, true, log), &cpu,
         &process, PID);
-    REFUSES("WRONG; 0 >= pid or pid not exist pid: #.", m->CalcProcessCPUMonitorInfo(a, log, true),
-            PID);
-    REFUSES("WRONG; 0 >= pid or pid not exist pid: #.",
+    REFUSES("0 >= pid or pid not exist pid#.", m->CalcProcessCPUMonitorInfo(a, log, true), PID);
+    REFUSES("0 >= pid or pid not exist pid#.",
             m->CalcProcessNetworkMonitorInfoForTinyCycle(a, 0, true, log), PID);
-    REFUSES("WRONG; memory_info is NULL.", m->GetMemoryMonitorInfo(a, log), &out.memory);
-    REFUSES("WRONG; memory_info is NULL.", inside->GetMemoryInfo(a, log), &out.memory);
-    REFUSES("WRONG; process_memory_info is NULL or 0>= pid, process_memory_info: #, pid: #.",
+    REFUSES("memory_info!.", m->GetMemoryMonitorInfo(a, log), &out.memory);
+    REFUSES("memory_info!.", inside->GetMemoryInfo(a, log), &out.memory);
+    REFUSES("process_memory_info! or 0>= pid, process_memory_info#, pid#.",
             inside->GetProcessMemoryInfo(a, b, log), &out.process_memory, PID);
+    REFUSES("process_memory_info! or 0>= pid or pid not exist, process_memory_info#, pid#.",
+            m->GetProcessMemoryMonitorInfo(a, b, log), &out.process_memory, PID);
     REFUSES(
-        "WRONG; process_memory_info is NULL or 0>= pid or pid not exist, process_memory_info: #, "
-        "pid: #.",
-        m->GetProcessMemoryMonitorInfo(a, b, log), &out.process_memory, PID);
-    REFUSES(
-        "WRONG; raw_network_info is NULL or raw_network_info_length is 0, raw_network_info: #, "
-        "raw_network_info_length: #.",
+        "raw_network_info! or raw_network_info_length is 0, raw_network_info#, "
+        "raw_network_info_length#.",
         inside->GetRawNetworkInfo(a, b, log), text, 7U);
     REFUSES(
-        "WRONG; raw_network_info is NULL or raw_network_info_length is 0, raw_network_info: #, "
-        "raw_network_info_length: #.",
+        "raw_network_info! or raw_network_info_length is 0, raw_network_info#, "
+        "raw_network_info_length#.",
         m->GetProcessRawNetworkInfo(a, b, PID, log), text, 7U);
-    REFUSES("WRONG; illegal pid <= 0, pid: #.", m->GetProcessRawNetworkInfo(nullptr, 0, a, log),
-            PID);
+    REFUSES("illegal pid <= 0, pid#.", m->GetProcessRawNetworkInfo(nullptr, 0, a, log), PID);
+    REFUSES("nic_name? or network_info!, nic_name#, network_info#.",
+            inside->GetNetworkInfo(b, a, log), dir, &nic);
     REFUSES(
-        "WRONG; nic_name is NULL or nic_name's length is 0 or network_info is NULL, nic_name: #, "
-        "network_info: #.",
-        inside->GetNetworkInfo(b, a, log), dir, &nic);
-    REFUSES(
-        "WRONG; now_network_info is NULL or network_info_result is NULL or 0>=time interval, "
-        "now_network_info: #, network_info_result: #, time interval: #.",
+        "now_network_info! or network_info_result! or 0>=time interval, now_network_info#, "
+        "network_info_result#, time interval#.",
         m->CalcNetworkInfoForTinyCycle(b, a, "eth1", c, true, log), &nic, &out.interface, SECONDS);
-    REFUSES("WRONG; 0>=time interval, time interval: #.", m->CalcNetworkMonitorInfo(a, true, log),
-            SECONDS);
-    REFUSES("WRONG; 0>=time interval, time interval: #.",
+    REFUSES("0>=time interval, time interval#.", m->CalcNetworkMonitorInfo(a, true, log), SECONDS);
+    REFUSES("0>=time interval, time interval#.",
             m->CalcNetworkMonitorInfoForTinyCycle(a, true, log), SECONDS);
-    REFUSES("WRONG; 0>=time interval, time interval: #.",
+    REFUSES("0>=time interval, time interval#.",
             m->CalcProcessNetworkMonitorInfoForTinyCycle(PID, a, true, log), SECONDS);
-    REFUSES("WRONG; network_info_result is NULL, network_info_result: #.",
-            m->GetNetworkMonitorInfo(a, log), &out.interface);
-    REFUSES("WRONG; network_info_result is NULL, network_info_result: #.",
+    REFUSES("network_info_result!, network_info_result#.", m->GetNetworkMonitorInfo(a, log),
+            &out.interface);
+    REFUSES("network_info_result!, network_info_result#.",
             m->GetProcessNetworkMonitorInfoForTinyCycle(a, log), &out.interface);
     REFUSES(
-        "WRONG; nic_name is NULL or nic_name's length is 0 or network_info_result is NULL or "
-        "0>=time interval, nic_name: #, network_info_result: #, time interval: #.",
+        "nic_name? or network_info_result! or 0>=time interval, nic_name#, network_info_result#, "
+        "time interval#.",
         m->GetNetworkMonitorInfo(b, a, c, true, log), dir, &out.interface, SECONDS);
-    REFUSES("WRONG; file_path is NULL or 0>= file_path_num, file_path: #, file_path_num: #.",
+    REFUSES("file_path! or 0>= file_path_num, file_path#, file_path_num#.",
             m->SetDiskInfo(a, b, log), dirs, 1U);
-    REFUSES("WRONG; disk_name_info_result is NULL.", m->GetDiskNameInfo(a, log), no_names);
+    REFUSES("disk_name_info_result!.", m->GetDiskNameInfo(a, log), no_names);
     REFUSES(
-        "WRONG; disk_name is NULL or file_path is NULL or file_path's length is 0 or "
-        "0>=disk_name_length, disk_name: #, file path: #, disk_name_length: #.",
+        "disk_name! or file_path? or 0>=disk_name_length, disk_name#, file path#, "
+        "disk_name_length#.",
         m->GetDiskNameByFileName(a, c, b, log), text, dir, 9U);
     REFUSES(
-        "WRONG; raw_disk_io_info is NULL or raw_disk_io_info_length is 0, raw_disk_io_info: #, "
-        "raw_disk_io_info_length: #.",
+        "raw_disk_io_info! or raw_disk_io_info_length is 0, raw_disk_io_info#, "
+        "raw_disk_io_info_length#.",
         inside->GetRawDiskIOInfo(a, b, log), text, 7U);
-    REFUSES(
-        "WRONG; disk_name is NULL or disk_name's length is 0 or proc_diskstats is NULL or "
-        "proc_diskstats's length is 0, disk_name: #, proc_diskstats: #.",
-        inside->SetDiskIOStatInfo(b, a, log), dir, dir);
-    REFUSES(
-        "WRONG; disk_name is NULL or disk_name's length is 0 or disk_io_info is NULL, "
-        "disk_io_info: #, disk_name: #.",
-        inside->GetDiskIOInfoImpl(a, b, log), &disk, dir);
-    REFUSES(
-        "WRONG; disk_io_info is NULL or file_path is NULL or file_path's length is 0, "
-        "disk_io_info: #, file path: #.",
-        inside->GetDiskIOInfo(a, b, log), &disk, dir);
-    REFUSES(
-        "WRONG; now_disk_io_info is NULL or 0>= time_interval, now_disk_io_info: #, time_interval: "
-        "#.",
-        inside->CalcDiskIOInfo(rate, rate, a, b, true, log), &disk, SECONDS);
-    REFUSES(
-        "WRONG; 0>=time_interval or file_path is NULL or file_path's length is 0, file_path: #, "
-        "time_interval: #.",
-        m->CalcDiskIOMonitorInfo(a, b, true, log), dir, SECONDS);
-    REFUSES("WRONG; time_interval: #.", m->CalcDiskIOMonitorInfo(std::vector{dir}, a, true, log),
-            SECONDS);
-    REFUSES(
-        "WRONG; disk_io_info_result is NULL or file_path is NULL or file_path's length is 0, "
-        "disk_io_info_result: #, file_path: #.",
-        m->GetDiskIOMonitorInfo(a, b, log), &load, dir);
-    REFUSES(
-        "WRONG; disk_info_result is NULL or file_path is NULL or file_path's length is 0, "
-        "disk_info_result: #, file path: #.",
-        m->GetDiskMonitorInfo(a, b, log), &out.space, dir);
+    REFUSES("disk_name? or proc_diskstats?, disk_name#, proc_diskstats#.",
+            inside->SetDiskIOStatInfo(b, a, log), dir, dir);
+    REFUSES("disk_name? or disk_io_info!, disk_io_info#, disk_name#.",
+            inside->GetDiskIOInfoImpl(a, b, log), &disk, dir);
+    REFUSES("disk_io_info! or file_path?, disk_io_info#, file path#.",
+            inside->GetDiskIOInfo(a, b, log), &disk, dir);
+    REFUSES("now_disk_io_info! or 0>= time_interval, now_disk_io_info#, time_interval#.",
+            inside->CalcDiskIOInfo(rate, rate, a, b, true, log), &disk, SECONDS);
+    REFUSES("0>=time_interval or file_path?, file_path#, time_interval#.",
+            m->CalcDiskIOMonitorInfo(a, b, true, log), dir, SECONDS);
+    REFUSES("time_interval#.", m->CalcDiskIOMonitorInfo(std::vector{dir}, a, true, log), SECONDS);
+    REFUSES("disk_io_info_result! or file_path?, disk_io_info_result#, file_path#.",
+            m->GetDiskIOMonitorInfo(a, b, log), &load, dir);
+    REFUSES("disk_info_result! or file_path?, disk_info_result#, file path#.",
+            m->GetDiskMonitorInfo(a, b, log), &out.space, dir);
     // A process that does not exist.
     EXPECT_EQ(See([&] { return m->CalcProcessCPUMonitorInfoForTinyCycle(UINT32_MAX, log); }),
               "WRONG; 0 >= pid or pid not exist pid: -1.");

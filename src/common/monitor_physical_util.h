@@ -45,6 +45,8 @@ int32_t GetDiskSize(uint64_t& total, uint64_t& free, const char* file_path,
 
 namespace CorvaneCommon {
 
+class KernelText;          // internal
+struct MountEntry;         // internal
 struct ProcessCPUFigures;  // internal
 
 constexpr size_t MONITOR_NAME_LENGTH = 128;   ///< every name and path in a record, NUL included
@@ -533,39 +535,44 @@ public:
     // Cores: those that come or go fail no pass and touch no peak: the sum is over the cores that
     // the baseline and the sample both hold. Steal is part of the total. A column that steps back
     // (the kernel's idle and iowait do) counts as no time in it, and no core is above 100. An
-    // unknown core is COMMON_ERR_INVALID_ARGUMENTS and discovers nothing.
+    // unknown core is COMMON_ERR_INVALID_ARGUMENTS and discovers nothing. The line "cpu", asked for
+    // by name, jumps by what a core had counted when that goes or comes: that figure means nothing.
     //
     // Processes: names may hold anything. Time is the clock's, not the machine's ticks, so one pass
     // primes and the second measures. A pid that is another process by its start time is primed
     // anew, and its figures until the next pass are the old one's no longer but
     // COMMON_ERR_INVALID_ARGUMENTS; a thread likewise. A pass within 50 ms of the one before
-    // changes nothing: the kernel counts in ticks of 10. No figure is negative. A process none of
-    // whose threads could be measured has no busiest thread: COMMON_ERR_INVALID_ARGUMENTS. In
+    // changes nothing: the kernel counts in ticks of 10. No figure is negative. Children count,
+    // with all of their time, in the pass in which they were waited for. A process none of whose
+    // threads could be measured has no busiest thread: COMMON_ERR_INVALID_ARGUMENTS. In
     // CalcProcessCPUInfoForTinyCycle the samples' `sampled_at` tells the time; the machine's sample
     // only has to be there.
     //
-    // Memory: a missing Buffers, Cached or Shmem line is 0; figures that do not fit each other
-    // (more free than there is) are COMMON_ERR_INVALID_ARGUMENTS.
+    // Memory: lines in any order; a missing Buffers, Cached or Shmem line is 0; figures that do not
+    // fit each other (more free than there is) are COMMON_ERR_INVALID_ARGUMENTS.
     //
     // Network: measured are the interfaces named with SetNetworkInterfaces, without any all but
-    // "lo". A new one, or one whose counters fell, gives its first figure in the pass after; one
-    // that goes takes only its own figures with it. A pass that could measure none fails:
-    // COMMON_ERR_INVALID_ARGUMENTS when there is none in the file,
-    // COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE when all are new. The tiny cycles measure the first
-    // interface named, and without any the busiest of each direction; a failed pass empties their
-    // result. A process's namespace may hold other interfaces in any order; the first pass over
-    // another pid's only takes its samples.
+    // "lo". A new one, or one whose counters fell, is sampled by the next pass with `refresh` and
+    // measured by the one after; one that goes, or whose line cannot be parsed, takes only its own
+    // figures with it. A pass that could measure none fails: COMMON_ERR_INVALID_ARGUMENTS when
+    // there is none in the file, COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE when all are new. The tiny
+    // cycles measure the first interface named, and without any the busiest of each direction; a
+    // failed pass empties their result. A process's namespace may hold other interfaces in any
+    // order; the first pass over another pid's only takes its samples.
     //
     // Disks: a directory's device is its device number (stat), and where that names no device, as
     // on btrfs, the source of its mount in /proc/self/mountinfo. It is measured by the line of
     // /proc/diskstats with that number, a partition by its whole disk (/sys/dev/block), an array
-    // by its busiest member (/proc/mdstat, whatever its level and state), and so is an NVMe disk
-    // of several paths. SetDiskInfo registers every directory that it can and returns the first
-    // failure; one without a block device is registered without one, and asking for its name or
-    // its load is COMMON_ERR_NO_BLOCK_DEVICE. Registering again looks anew. Measuring reads
-    // /proc/diskstats once a call and never touches a directory that is spelled as it was
-    // registered, so that a dead mount cannot hold it up. A counter that fell is
-    // COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE in that pass.
+    // by the busiest disk under it (/proc/mdstat, whatever its level and state), and an NVMe disk
+    // of several paths by the busiest of those. SetDiskInfo registers every directory that it can
+    // and returns the first failure; one without a block device is registered without one, and
+    // asking for its name or its load is COMMON_ERR_NO_BLOCK_DEVICE. Registering again looks anew:
+    // a directory that cannot be registered now is no longer measured by its disk of before.
+    // GetDiskNameByFileName registers a directory that is not. Measuring reads /proc/diskstats once
+    // a call and never touches a directory that is spelled as it was registered, so that a dead
+    // mount cannot hold it up. A disk that was gone, or whose counters fell, is
+    // COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE until a pass with `refresh` has sampled it. A directory
+    // whose latest measurement failed has no figures: GetDiskIOMonitorInfo says so.
 
     /// Chooses the reading for every operation from now on, and discovers anew: all samples,
     /// results, peaks and registered directories of the other reading are dropped. Call it once, at
@@ -629,19 +636,35 @@ private:
         std::vector<NetworkInterfaceInfo>* network_interface_infos;  ///< null: a tiny cycle
     };
 
+    /// A directory that is being registered with the strict reading.
+    struct RegisteredPath {
+        const char* file_path;    ///< as it was passed
+        std::string real_path;    ///< resolved
+        uint64_t device_number;   ///< 0: it has no block device
+        std::string file_system;  ///< the mount's type, where stat told no device
+    };
+
     /// What a directory registered with the strict reading is measured by.
     struct DiskTarget {
         std::string disk_name;           ///< its device; empty: it has none
+        std::string measured_name;       ///< the disk or array that it lies on
         std::string file_system;         ///< the mount's type, for a directory without a device
         std::vector<std::string> lines;  ///< names in /proc/diskstats: one, or an array's members
     };
 
     /// A line of /proc/diskstats in the latest call that measured it.
     struct DiskLineFigures {
-        uint64_t pass = 0;  ///< number of that call
+        uint64_t pass = 0;    ///< number of that call
+        size_t position = 0;  ///< of the line in its text
         int32_t status = 0;
         uint32_t disk_io_rate = 0;
         uint32_t disk_iops = 0;
+    };
+
+    /// The text of /proc/diskstats in one call.
+    struct DiskTable {
+        char* text;
+        size_t length;
     };
 
     CMonitorPhysicalUtil();
@@ -743,7 +766,12 @@ private:
     int32_t CalcListedInterfaces(char* raw_network_info, const NetworkCycle& cycle,
                                  uint64_t time_interval, bool refresh, LogCategory* log_handle);
     int32_t DiscoverListedInterfaces(LogCategory* log_handle);
-    bool IsNicWanted(const char* nic_name) const;
+    bool IsNicWanted(const char* nic_name, bool only_first) const;
+    /// Takes the next line of a wanted interface out of the text; false when there is none.
+    bool TakeInterface(char*& text, bool only_first, NetworkInfo& network_info,
+                       LogCategory* log_handle) const;
+    /// Empties the result of a tiny cycle where a failed pass must not leave the one before.
+    void DropLatest(const NetworkCycle& cycle) const;
     int32_t CalcHostNetworkInfo(const NetworkCycle& cycle, uint64_t time_interval, bool refresh,
                                 LogCategory* log_handle);
 
@@ -779,26 +807,37 @@ private:
     // Disks by device number
     int32_t SetDisksByNumber(const char** file_path, uint32_t file_path_num,
                              LogCategory* log_handle);
-    void SetMembersOfArrays();
-    int32_t FindDirectoryDevice(const char* file_path, uint64_t& device_number,
-                                std::string& file_system, LogCategory* log_handle);
-    int32_t SetDiskTarget(const char* file_path, uint64_t device_number, std::string file_system,
+    int32_t SetMembersOfArrays(LogCategory* log_handle);
+    int32_t ReadMounts(std::vector<MountEntry>& mounts, LogCategory* log_handle);
+    /// Fills in what the path tells. `mounts` are read when the first directory needs them.
+    int32_t FindDirectory(RegisteredPath& directory, std::vector<MountEntry>& mounts,
+                          LogCategory* log_handle);
+    void ForgetDirectory(const char* file_path);
+    int32_t SetDiskTarget(const RegisteredPath& directory, int32_t arrays_status,
                           char* proc_diskstats, LogCategory* log_handle);
+    std::vector<std::string> FindLines(char* proc_diskstats, std::string& measured_name,
+                                       const std::string& disk_name) const;
     int32_t SetFirstSamples(const DiskTarget& target, char* proc_diskstats,
                             LogCategory* log_handle);
     void ListDisk(const char* disk_name, LogCategory* log_handle);
-    const DiskTarget* FindDiskTarget(const char* file_path, LogCategory* log_handle);
+    const DiskTarget* FindKnownTarget(const char* file_path);
+    int32_t FindDiskTarget(const DiskTarget*& target, const char* file_path,
+                           LogCategory* log_handle);
     int32_t GetDiskNameOfTarget(char* disk_name, uint32_t disk_name_length, const char* file_path,
                                 LogCategory* log_handle);
+    int32_t ReadDiskTable(KernelText& text, DiskTable& table, LogCategory* log_handle);
     int32_t CalcDiskByNumber(const char* file_path, uint64_t time_interval, bool refresh,
                              LogCategory* log_handle);
     int32_t CalcDisksByNumber(const std::vector<const char*>& file_paths, uint64_t time_interval,
                               bool refresh, LogCategory* log_handle);
-    int32_t CalcDiskTarget(char* proc_diskstats, const char* file_path, uint64_t time_interval,
+    int32_t CalcDiskTarget(const DiskTable& table, const char* file_path, uint64_t time_interval,
                            bool refresh, LogCategory* log_handle);
-    const DiskLineFigures& CalcDiskLine(char* proc_diskstats, const std::string& line_name,
+    const DiskLineFigures& CalcDiskLine(const DiskTable& table, const std::string& line_name,
                                         uint64_t time_interval, bool refresh,
                                         LogCategory* log_handle);
+    int32_t MeasureDiskLine(DiskLineFigures& figures, const DiskTable& table,
+                            const std::string& line_name, uint64_t time_interval, bool refresh,
+                            LogCategory* log_handle);
 
     // The declaration order is the order of construction.
     std::vector<std::string> m_network_nic_name;
@@ -824,7 +863,8 @@ private:
     int32_t m_total_disk_num = 0;
     char m_disk_name[MONITOR_MAX_DISK_NUM][MONITOR_NAME_LENGTH] = {};
     std::map<std::string, DiskIOInfo> m_old_disk_io_info;
-    std::map<std::string, DiskIOInfoResult> m_disk_io_result_info;  // key: the path as passed
+    std::map<std::string, DiskIOInfoResult, std::less<>>
+        m_disk_io_result_info;                             // by path as passed
     std::map<std::string, std::string> m_dir_to_disk_map;  // mount points and paths once resolved
     std::map<std::string, std::vector<std::string>> m_raid_to_disk_map;
     const Reading* m_reading = &COMPATIBLE_READING;
@@ -835,8 +875,9 @@ private:
     std::vector<std::string> m_proc_network_nic_name;  // strict reading, of m_proc_network_pid
     uint32_t m_proc_network_pid = 0;
     std::vector<NetworkInterfaceInfo> m_network_interface_info;
-    std::map<std::string, DiskTarget, std::less<>> m_disk_target;  // key: the path as passed
-    std::map<std::string, DiskLineFigures> m_disk_line_figures;    // by name of the line
+    std::map<std::string, std::string, std::less<>> m_disk_real_path;  // by the path as passed
+    std::map<std::string, DiskTarget, std::less<>> m_disk_target;      // by the resolved path
+    std::map<std::string, DiskLineFigures> m_disk_line_figures;        // by name of the line
     uint64_t m_disk_pass = 0;
 };
 

@@ -65,11 +65,16 @@ bool ParseArrayLine(const char* line, std::string& array, std::vector<std::strin
 
 /// A line of /proc/self/mountinfo. Escapes (\040) are decoded.
 struct MountEntry {
+    uint64_t id = 0;
+    uint64_t parent_id = 0;  ///< the mount that its mount point lies in
     std::string mount_point;
     std::string file_system;  ///< type
     std::string source;       ///< device, or whatever the file system calls its own
 };
 bool ParseMountEntry(const char* line, MountEntry& entry);
+
+/// The mount that holds a resolved path; null when none of these does, as in a chroot.
+const MountEntry* FindMount(const std::vector<MountEntry>& mounts, const char* path);
 
 /// The line of /proc/diskstats of a device number, or of a name; points to the name, or is null.
 char* FindDeviceLine(char* proc_diskstats, uint32_t major_number, uint32_t minor_number);
@@ -102,6 +107,14 @@ uint32_t BoundedBusyPercent(const CPUInfo& old_cpu, const CPUInfo& now_cpu);
 /// What a running total rose by; 0 when it stepped back.
 inline uint64_t Rise(uint64_t old_value, uint64_t now_value) {
     return now_value < old_value ? 0 : now_value - old_value;
+}
+
+/// Writes a row of a list of names, at most the one behind the last; in the memory of the old name.
+inline void SetName(std::vector<std::string>& names, size_t row, const char* name) {
+    if (row == names.size()) {
+        names.emplace_back();
+    }
+    names[row] = name;
 }
 
 /// Drops the samples whose keys are not among the names, but for the one called `kept`.

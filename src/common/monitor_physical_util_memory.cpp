@@ -1,6 +1,8 @@
 // Memory of the machine (/proc/meminfo) and of a process (/proc/PID/status).
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "monitor_physical_util.h"
 #include "monitor_physical_util_internal.h"
@@ -13,10 +15,11 @@ namespace CorvaneCommon {
 namespace {
 
 constexpr const char* MEMINFO_PATH = "/proc/meminfo";
+constexpr size_t MEMORY_KEYS = 5;
 
-/// Reads the keys in order, each searched behind the line of the one before, which is how "Cached"
-/// finds its own line as text and not SwapCached's. The texts show the buffer from its start, which
-/// ends where the first line found was cut.
+/// Reads the keys in order. As text, each is searched behind the line of the one before, which is
+/// how "Cached" finds its own line and not SwapCached's, and the failures' texts show the buffer up
+/// to where the first line found was cut.
 template <typename Reading, size_t N>
 int32_t ReadKeys(const Reading& reading, char* buffer, const MemoryKey (&keys)[N],
                  const char* file_path, LogCategory* log_handle) {
@@ -40,8 +43,18 @@ int32_t ReadKeys(const Reading& reading, char* buffer, const MemoryKey (&keys)[N
                         file_path, buffer);
             return COMMON_ERR_LINUX_SYSTEM_CALL_FAIL;
         }
+        if (!reading.keys_in_order) {
+            position[-1] = '\n';
+            position = buffer;
+        }
     }
     return 0;
+}
+
+/// Whether a part of the memory is more than all of it.
+bool AnyAbove(const MemoryKey (&keys)[MEMORY_KEYS], uint64_t total_kb) {
+    return std::any_of(std::begin(keys), std::end(keys),
+                       [=](const MemoryKey& key) { return key.value > total_kb; });
 }
 
 }  // namespace
@@ -71,7 +84,7 @@ int32_t CMonitorPhysicalUtil::GetMemoryInfo(MemoryInfo* memory_info, LogCategory
     uint64_t buffers_kb = 0;
     uint64_t cached_kb = 0;
     uint64_t shared_kb = 0;
-    const MemoryKey keys[] = {
+    const MemoryKey keys[MEMORY_KEYS] = {
         {"MemTotal", memory_info->total_mb, "%s Can not find MemTotal.",
          "%s Can not find \\n after MemTotal."},
         {"MemFree", free_kb, "%s Can not find MemFree.", "%s Can not find \\n after MemFree."},
@@ -88,9 +101,9 @@ int32_t CMonitorPhysicalUtil::GetMemoryInfo(MemoryInfo* memory_info, LogCategory
     // Shared memory is counted inside Cached, but it is in use.
     const uint64_t total_kb = memory_info->total_mb;
     const uint64_t use_kb = shared_kb - (buffers_kb + free_kb) - cached_kb + total_kb;
-    if (m_reading->memory_is_checked && use_kb > total_kb) {
+    if (m_reading->memory_is_checked && (use_kb > total_kb || AnyAbove(keys, total_kb))) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
-                    "more memory is free than there is, file: %s, MemTotal: %lu, MemFree: %lu, "
+                    "the figures do not fit each other, file: %s, MemTotal: %lu, MemFree: %lu, "
                     "Buffers: %lu, Cached: %lu, Shmem: %lu.",
                     MEMINFO_PATH, total_kb, free_kb, buffers_kb, cached_kb, shared_kb);
         memory_info->total_mb = 0;

@@ -88,7 +88,11 @@ int32_t CalcRates(std::map<std::string, NetworkInfo>& old_network_info, const Ra
     NetworkInfo& now = *now_network_info;
     if (!rules.a_fall_is_0 && AnyFell(old, now)) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, rules.not_found_text, nic_name);
-        old = now;
+        if (refresh) {
+            old = now;
+        } else {
+            old_network_info.erase(found);
+        }
         return COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE;
     }
     NetworkInfoResult& result = *network_info_result;
@@ -410,6 +414,7 @@ int32_t CMonitorPhysicalUtil::CalcHostNetworkInfo(const NetworkCycle& cycle, uin
     });
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetRawNetWorkInfo failed, ret: %d.", ret);
+        DropLatest(cycle);
         return ret;
     }
     return (this->*m_reading->calc_interfaces)(text.Data(), cycle, time_interval, refresh,
@@ -522,6 +527,13 @@ int32_t CMonitorPhysicalUtil::CalcProcessNetworkMonitorInfoForTinyCycle(uint32_t
                     time_interval);
         return COMMON_ERR_INVALID_ARGUMENTS;
     }
+    const NetworkCycle cycle = {TINY_CYCLE_NIC,
+                                &CMonitorPhysicalUtil::CalcProcessNetworkInfoForTinyCycle,
+                                StoreLatest,
+                                m_proc_network_info_result_curr,
+                                m_proc_old_network_info,
+                                m_proc_network_nic_name,
+                                nullptr};
     KernelText text(WholeText());
     const int32_t ret = text.Fill([&](char* raw_network_info, uint32_t length) {
         memset(raw_network_info, 0, length);
@@ -530,15 +542,9 @@ int32_t CMonitorPhysicalUtil::CalcProcessNetworkMonitorInfoForTinyCycle(uint32_t
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetProcessRawNetworkInfo failed, ret: %d.",
                     ret);
+        DropLatest(cycle);
         return ret;
     }
-    const NetworkCycle cycle = {TINY_CYCLE_NIC,
-                                &CMonitorPhysicalUtil::CalcProcessNetworkInfoForTinyCycle,
-                                StoreLatest,
-                                m_proc_network_info_result_curr,
-                                m_proc_old_network_info,
-                                m_proc_network_nic_name,
-                                nullptr};
     if (m_proc_network_pid != pid && !m_reading->rediscovers) {
         m_proc_old_network_info.clear();  // of another process, perhaps in another namespace
         m_proc_network_pid = pid;

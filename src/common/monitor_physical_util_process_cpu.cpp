@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -106,6 +108,14 @@ uint64_t MonotonicMicroseconds() {
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<uint64_t>(now.tv_sec * MICROSECONDS_PER_SECOND) +
            static_cast<uint64_t>(now.tv_nsec) / NANOSECONDS_PER_MICROSECOND;
+}
+
+/// Rounded up; a time that no machine can give in ticks is not above what the type holds.
+int32_t PercentOfTime(uint64_t ticks, uint64_t tick_microseconds, uint64_t elapsed_microseconds) {
+    const double percent =
+        std::ceil(static_cast<double>(ticks) * static_cast<double>(tick_microseconds * PERCENT) /
+                  static_cast<double>(elapsed_microseconds));
+    return static_cast<int32_t>(std::min<double>(percent, INT32_MAX));
 }
 
 /// Keeps a figure that was measured, and none that was not.
@@ -304,24 +314,22 @@ ProcessCPUFigures CMonitorPhysicalUtil::CalcProcessByClock(const ProcessCPUBasel
         return figures;
     }
     const ProcessCPUInfo& old_info = old_process->second;
-    const auto ticks_per_second = static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
+    static const auto ticks_per_second = static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
     const uint64_t tick = MICROSECONDS_PER_SECOND / ticks_per_second;
     const uint64_t elapsed = Rise(old_info.sampled_at, now_process_cpu_info.sampled_at);
     if (elapsed < tick * MIN_TICKS) {
         figures.too_soon = true;
         return figures;
     }
-    const uint64_t scale = tick * PERCENT;
     figures.primed = true;
     figures.process_measured = true;
-    figures.process =
-        CeilQuotient<int32_t>(ProcessRise(old_info, now_process_cpu_info) * scale, elapsed);
+    figures.process = PercentOfTime(ProcessRise(old_info, now_process_cpu_info), tick, elapsed);
     if (!cal_max_thread_cpu) {
         return figures;
     }
     const auto thread_ticks = BusiestThreadTicks(old_info, now_process_cpu_info, ThreadRise);
     figures.thread_measured = thread_ticks.has_value();
-    figures.thread = CeilQuotient<int32_t>(thread_ticks.value_or(0) * scale, elapsed);
+    figures.thread = PercentOfTime(thread_ticks.value_or(0), tick, elapsed);
     return figures;
 }
 
@@ -368,7 +376,9 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUPeaks(ProcessCPUFigures& figures, CP
     // Copied before it is stored: a failed allocation must not move one baseline of the two.
     ProcessCPUInfo baseline = *now_process_cpu_info;
     old_process_cpu_info = std::move(baseline);
-    m_old_total_cpu_info[pid] = *now_cpu_info;
+    if (!m_reading->clock_tells_time) {
+        m_old_total_cpu_info[pid] = *now_cpu_info;
+    }
     return 0;
 }
 
@@ -450,7 +460,7 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUMonitorInfo(uint32_t pid, LogCategor
         return 0;
     }
     StoreFigure(m_process_cpu_result_info, pid, figures.process_measured, figures.process);
-    if (cal_max_thread_cpu) {
+    if (cal_max_thread_cpu || !figures.process_measured) {
         StoreFigure(m_process_max_thread_cpu_result_info, pid, figures.thread_measured,
                     figures.thread);
     }

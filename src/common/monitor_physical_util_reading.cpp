@@ -41,6 +41,7 @@ const CMonitorPhysicalUtil::Reading CMonitorPhysicalUtil::COMPATIBLE_READING = {
     ParseThreadTimes,
     &CMonitorPhysicalUtil::CalcProcessByMachine,
     FindText,
+    true,
     false,
     &CMonitorPhysicalUtil::InitDefaultNetWorkInfo,
     &CMonitorPhysicalUtil::CalcKnownInterfaces,
@@ -64,6 +65,7 @@ const CMonitorPhysicalUtil::Reading CMonitorPhysicalUtil::STRICT_READING = {
     ParseThreadStat,
     &CMonitorPhysicalUtil::CalcProcessByClock,
     FindKeyOrInterface,
+    false,
     true,
     &CMonitorPhysicalUtil::DiscoverListedInterfaces,
     &CMonitorPhysicalUtil::CalcListedInterfaces,
@@ -86,6 +88,7 @@ void CMonitorPhysicalUtil::DropInterfaces() {
     m_network_info_result = NetworkInfoResult();
     m_network_info_result_curr = NetworkInfoResult();
     m_proc_network_info_result_curr = NetworkInfoResult();
+    m_proc_network_pid = 0;
     m_network_interface_info.clear();
 }
 
@@ -111,13 +114,14 @@ void CMonitorPhysicalUtil::DropAll() {
     m_disk_io_result_info.clear();
     m_dir_to_disk_map.clear();
     m_raid_to_disk_map.clear();
+    m_disk_real_path.clear();
     m_disk_target.clear();
     m_disk_line_figures.clear();
 }
 
 int32_t CMonitorPhysicalUtil::SetStrictReading(bool strict, LogCategory* log_handle) {
+    m_file_text.resize(strict ? FILE_BUFFER_LENGTH : 0);  // first: what fails must drop nothing
     DropAll();
-    m_file_text.resize(strict ? FILE_BUFFER_LENGTH : 0);
     m_reading = strict ? &STRICT_READING : &COMPATIBLE_READING;
     const int32_t interfaces = (this->*m_reading->discover_interfaces)(log_handle);
     const int32_t cores = (this->*m_reading->discover_cores)(log_handle);

@@ -94,6 +94,7 @@ struct CMonitorPhysicalUtil::Reading {
                                             bool cal_max_thread_cpu);
 
     char* (*find_key)(char* text, const char* key);
+    bool keys_in_order;      // each is searched behind the one before
     bool memory_is_checked;  // a missing optional line is 0, more in use than there is a failure
 
     int32_t (Self::*discover_interfaces)(LogCategory*);

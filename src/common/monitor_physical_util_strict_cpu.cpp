@@ -47,45 +47,50 @@ uint32_t BoundedBusyPercent(const CPUInfo& old_cpu, const CPUInfo& now_cpu) {
                         rise(&CPUInfo::irq) + rise(&CPUInfo::softirq);
     const double total =
         busy + rise(&CPUInfo::idle) + rise(&CPUInfo::iowait) + rise(&CPUInfo::steal);
-    return total == 0 ? 0 : static_cast<uint32_t>(std::ceil(busy * PERCENT / total));
+    if (total == 0) {
+        return 0;
+    }
+    // Sums beyond 2^53 are rounded: the quotient may pass 100 by the last bit.
+    const double percent = std::ceil(busy * PERCENT / total);
+    return static_cast<uint32_t>(std::min<double>(percent, PERCENT));
 }
 
 int32_t CMonitorPhysicalUtil::SampleListedCores(std::vector<CPUCoreInfo>& measured,
                                                 std::map<std::string, CPUInfo>& old_cpu_infos,
                                                 bool refresh, LogCategory* log_handle) {
+    measured.clear();
     KernelText text(WholeText());
     const int32_t ret = text.Fill([&](char* raw_cpu_info, uint32_t length) {
         return GetRawCPUInfo(raw_cpu_info, length, log_handle);
     });
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetRawCPUInfo failed, ret: %d.", ret);
-        measured.clear();
         return ret;
     }
     CPUInfo now_cpu_info;
-    measured.clear();
+    size_t lines = 0;
     size_t cores = 0;
     for (char *line = text.Data(), *next = nullptr; line != nullptr; line = next) {
         next = CutLine(line);
         if (!IsMachineOrCore(line)) {
+            if (cores > 0) {
+                break;  // the kernel lists them together; what follows is long
+            }
             continue;
         }
-        if (!ParseCoreLine(line, now_cpu_info)) {
+        if (next == nullptr || !ParseCoreLine(line, now_cpu_info)) {
             MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "sscanf failed, file: %s, buf: %s.",
                         STAT_PATH, line);
+            measured.clear();
             return COMMON_ERR_LINUX_SYSTEM_CALL_FAIL;
         }
+        ++lines;
         const char* const name = now_cpu_info.cpu_core_name;
         const auto [old_cpu_info, is_new] = old_cpu_infos.try_emplace(name, now_cpu_info);
         if (strcmp(name, MACHINE_LINE) == 0) {
             continue;  // its baseline moves only when it is asked for
         }
-        if (cores == m_cpu_core_name.size()) {
-            m_cpu_core_name.emplace_back(name);
-        } else if (m_cpu_core_name[cores] != name) {
-            m_cpu_core_name[cores] = name;
-        }
-        ++cores;
+        SetName(m_cpu_core_name, cores++, name);
         if (is_new) {
             continue;
         }
@@ -100,7 +105,7 @@ int32_t CMonitorPhysicalUtil::SampleListedCores(std::vector<CPUCoreInfo>& measur
         }
     }
     m_cpu_core_name.resize(cores);
-    if (old_cpu_infos.size() > cores + 1) {
+    if (old_cpu_infos.size() > lines) {
         // A core that comes back starts anew: time has passed that it was not there.
         DropOthers(old_cpu_infos, m_cpu_core_name, MACHINE_LINE);
     }

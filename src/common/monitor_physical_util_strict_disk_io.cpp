@@ -20,6 +20,32 @@ bool AnyFell(const DiskIOInfo& old_info, const DiskIOInfo& now_info) {
            now_info.time_spent_doing_ios < old_info.time_spent_doing_ios;
 }
 
+/// The line of a device between two places in the text; null when it is not there.
+char* FindDeviceBetween(char* start, const char* end, const char* name) {
+    const size_t length = strlen(name);
+    for (char* line = start; line != nullptr && line < end; line = NextLine(line)) {
+        const char* position = line;
+        if (SkipWord(position) && SkipWord(position)) {
+            position = SkipSpace(position);
+            if (strncmp(position, name, length) == 0 && position[length] == ' ') {
+                return line + (position - line);
+            }
+        }
+    }
+    return nullptr;
+}
+
+/// Lines move little from call to call: looks first from where this one stood on.
+char* FindDeviceFrom(char* text, size_t text_length, size_t position, const char* name) {
+    const char* const end = text + text_length;
+    char* start = text + std::min(position, text_length);
+    while (start != text && start[-1] != '\n') {
+        --start;
+    }
+    char* const line = FindDeviceBetween(start, end, name);
+    return line == nullptr ? FindDeviceBetween(text, start, name) : line;
+}
+
 }  // namespace
 
 char* FindDeviceLine(char* proc_diskstats, uint32_t major_number, uint32_t minor_number) {
@@ -36,17 +62,7 @@ char* FindDeviceLine(char* proc_diskstats, uint32_t major_number, uint32_t minor
 }
 
 char* FindDeviceLine(char* proc_diskstats, const char* name) {
-    const size_t length = strlen(name);
-    for (char* line = proc_diskstats; line != nullptr; line = NextLine(line)) {
-        const char* position = line;
-        if (SkipWord(position) && SkipWord(position)) {
-            position = SkipSpace(position);
-            if (strncmp(position, name, length) == 0 && position[length] == ' ') {
-                return line + (position - line);
-            }
-        }
-    }
-    return nullptr;
+    return FindDeviceBetween(proc_diskstats, proc_diskstats + strlen(proc_diskstats), name);
 }
 
 bool ParseDeviceLine(char* line, DiskIOInfo& disk_io_info) {
@@ -61,64 +77,70 @@ bool ParseDeviceLine(char* line, DiskIOInfo& disk_io_info) {
     return complete;
 }
 
-const CMonitorPhysicalUtil::DiskLineFigures& CMonitorPhysicalUtil::CalcDiskLine(
-    char* proc_diskstats, const std::string& line_name, uint64_t time_interval, bool refresh,
-    LogCategory* log_handle) {
-    DiskLineFigures& figures = m_disk_line_figures[line_name];
-    if (figures.pass == m_disk_pass) {
-        return figures;  // of another directory on the same disk
-    }
-    figures = {m_disk_pass, 0, 0, 0};
-    char* const line = FindDeviceLine(proc_diskstats, line_name.c_str());
+int32_t CMonitorPhysicalUtil::MeasureDiskLine(DiskLineFigures& figures, const DiskTable& table,
+                                              const std::string& line_name, uint64_t time_interval,
+                                              bool refresh, LogCategory* log_handle) {
+    char* const line =
+        FindDeviceFrom(table.text, table.length, figures.position, line_name.c_str());
     if (line == nullptr) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "Can not find disk %s in /proc/diskstats.",
                     line_name.c_str());
-        figures.status = COMMON_ERR_INVALID_ARGUMENTS;
-        return figures;
+        m_old_disk_io_info.erase(line_name);
+        return COMMON_ERR_INVALID_ARGUMENTS;
     }
+    figures.position = static_cast<size_t>(line - table.text);
     DiskIOInfo now_disk_io_info;
     if (!ParseDeviceLine(line, now_disk_io_info)) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
                     "sscanf failed, file: /proc/diskstats, disk: %s.", line_name.c_str());
-        figures.status = COMMON_ERR_LINUX_SYSTEM_CALL_FAIL;
-        return figures;
+        m_old_disk_io_info.erase(line_name);
+        return COMMON_ERR_LINUX_SYSTEM_CALL_FAIL;
     }
     const auto old_disk_io_info = m_old_disk_io_info.find(line_name);
-    if (old_disk_io_info != m_old_disk_io_info.end() &&
+    if (old_disk_io_info == m_old_disk_io_info.end() ||
         AnyFell(old_disk_io_info->second, now_disk_io_info)) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
-                    "the counters of disk %s fell, it is measured anew.", line_name.c_str());
-        old_disk_io_info->second = now_disk_io_info;
-        figures.status = COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE;
-        return figures;
+                    "disk %s is back or its counters fell, it is measured anew.",
+                    line_name.c_str());
+        // With the others' baselines, so that one interval fits all.
+        if (refresh) {
+            m_old_disk_io_info.insert_or_assign(line_name, now_disk_io_info);
+        } else {
+            m_old_disk_io_info.erase(line_name);
+        }
+        return COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE;
     }
-    figures.status = CalcDiskIOInfo(figures.disk_io_rate, figures.disk_iops, &now_disk_io_info,
-                                    time_interval, refresh, log_handle);
+    return CalcDiskIOInfo(figures.disk_io_rate, figures.disk_iops, &now_disk_io_info, time_interval,
+                          refresh, log_handle);
+}
+
+const CMonitorPhysicalUtil::DiskLineFigures& CMonitorPhysicalUtil::CalcDiskLine(
+    const DiskTable& table, const std::string& line_name, uint64_t time_interval, bool refresh,
+    LogCategory* log_handle) {
+    DiskLineFigures& figures = m_disk_line_figures[line_name];
+    if (figures.pass != m_disk_pass) {  // else of another directory on the same disk
+        figures.pass = m_disk_pass;
+        figures.status =
+            MeasureDiskLine(figures, table, line_name, time_interval, refresh, log_handle);
+    }
     return figures;
 }
 
-int32_t CMonitorPhysicalUtil::CalcDiskTarget(char* proc_diskstats, const char* file_path,
+int32_t CMonitorPhysicalUtil::CalcDiskTarget(const DiskTable& table, const char* file_path,
                                              uint64_t time_interval, bool refresh,
                                              LogCategory* log_handle) {
-    const DiskTarget* const target = FindDiskTarget(file_path, log_handle);
-    if (target == nullptr) {
-        return COMMON_ERR_INVALID_ARGUMENTS;
-    }
-    if (target->disk_name.empty()) {
-        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR,
-                    "file_path: %s has no block device, file system: %s.", file_path,
-                    target->file_system.c_str());
-        return COMMON_ERR_NO_BLOCK_DEVICE;
+    const DiskTarget* target = nullptr;
+    int32_t ret = FindDiskTarget(target, file_path, log_handle);
+    if (ret != 0) {
+        m_disk_io_result_info.erase(file_path);
+        return ret;
     }
     DiskIOInfoResult busiest;  // the two figures may come from different members
-    const bool is_single = target->lines.size() == 1;
-    CopyName(busiest.disk_name,
-             is_single ? target->lines.front().c_str() : target->disk_name.c_str());
-    int32_t ret = COMMON_ERR_INVALID_ARGUMENTS;
+    CopyName(busiest.disk_name, target->measured_name.c_str());
     bool measured = false;
     for (const std::string& line_name : target->lines) {
         const DiskLineFigures& line =
-            CalcDiskLine(proc_diskstats, line_name, time_interval, refresh, log_handle);
+            CalcDiskLine(table, line_name, time_interval, refresh, log_handle);
         if (line.status != 0) {
             ret = line.status;
             continue;
@@ -133,7 +155,26 @@ int32_t CMonitorPhysicalUtil::CalcDiskTarget(char* proc_diskstats, const char* f
         m_disk_io_result_info.erase(file_path);
         return ret;
     }
-    m_disk_io_result_info[file_path] = busiest;
+    const auto result = m_disk_io_result_info.find(file_path);
+    if (result == m_disk_io_result_info.end()) {
+        m_disk_io_result_info.emplace(file_path, busiest);
+    } else {
+        result->second = busiest;
+    }
+    return 0;
+}
+
+int32_t CMonitorPhysicalUtil::ReadDiskTable(KernelText& text, DiskTable& table,
+                                            LogCategory* log_handle) {
+    const int32_t ret = text.Fill([&](char* proc_diskstats, uint32_t length) {
+        return GetRawDiskIOInfo(proc_diskstats, length, log_handle);
+    });
+    if (ret != 0) {
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetRawDiskIOInfo failed, ret: %d.", ret);
+        return ret;
+    }
+    table = {text.Data(), strlen(text.Data())};
+    ++m_disk_pass;
     return 0;
 }
 
@@ -141,36 +182,31 @@ int32_t CMonitorPhysicalUtil::CalcDisksByNumber(const std::vector<const char*>& 
                                                 uint64_t time_interval, bool refresh,
                                                 LogCategory* log_handle) {
     KernelText text(WholeText());
-    const int32_t ret = text.Fill([&](char* proc_diskstats, uint32_t length) {
-        return GetRawDiskIOInfo(proc_diskstats, length, log_handle);
-    });
-    if (ret != 0) {
-        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetRawDiskIOInfo failed, ret: %d.", ret);
-        m_disk_io_result_info.clear();
-        return ret;
-    }
-    ++m_disk_pass;
+    DiskTable table = {};
+    const int32_t ret = ReadDiskTable(text, table, log_handle);
     for (const char* const file_path : file_paths) {
-        if (!IsEmpty(file_path)) {
-            CalcDiskTarget(text.Data(), file_path, time_interval, refresh, log_handle);
+        if (IsEmpty(file_path)) {
+            continue;
+        }
+        if (ret != 0) {
+            m_disk_io_result_info.erase(file_path);
+        } else {
+            CalcDiskTarget(table, file_path, time_interval, refresh, log_handle);
         }
     }
-    return 0;
+    return ret;
 }
 
 int32_t CMonitorPhysicalUtil::CalcDiskByNumber(const char* file_path, uint64_t time_interval,
                                                bool refresh, LogCategory* log_handle) {
     KernelText text(WholeText());
-    const int32_t ret = text.Fill([&](char* proc_diskstats, uint32_t length) {
-        return GetRawDiskIOInfo(proc_diskstats, length, log_handle);
-    });
+    DiskTable table = {};
+    const int32_t ret = ReadDiskTable(text, table, log_handle);
     if (ret != 0) {
-        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetRawDiskIOInfo failed, ret: %d.", ret);
         m_disk_io_result_info.erase(file_path);
         return ret;
     }
-    ++m_disk_pass;
-    return CalcDiskTarget(text.Data(), file_path, time_interval, refresh, log_handle);
+    return CalcDiskTarget(table, file_path, time_interval, refresh, log_handle);
 }
 
 }  // namespace CorvaneCommon

@@ -51,67 +51,76 @@ struct Busiest {
 
 }  // namespace
 
-bool CMonitorPhysicalUtil::IsNicWanted(const char* nic_name) const {
+bool CMonitorPhysicalUtil::IsNicWanted(const char* nic_name, bool only_first) const {
     if (m_wanted_nic_name.empty()) {
         return strcmp(nic_name, LOOPBACK) != 0;
     }
-    return std::find(m_wanted_nic_name.begin(), m_wanted_nic_name.end(), nic_name) !=
-           m_wanted_nic_name.end();
+    const auto end = only_first ? m_wanted_nic_name.begin() + 1 : m_wanted_nic_name.end();
+    return std::find(m_wanted_nic_name.begin(), end, nic_name) != end;
+}
+
+bool CMonitorPhysicalUtil::TakeInterface(char*& text, bool only_first, NetworkInfo& network_info,
+                                         LogCategory* log_handle) const {
+    network_info = NetworkInfo();
+    while (text != nullptr) {
+        char* const line = text;
+        text = CutLine(line);
+        const char* const counters = ParseNetworkName(line, network_info.nic_name);
+        if (counters == nullptr || !IsNicWanted(network_info.nic_name, only_first)) {
+            continue;
+        }
+        if (text != nullptr && ParseNetworkCounters(counters, network_info)) {
+            return true;
+        }
+        // As if it were gone; the others have figures all the same.
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "sscanf failed, buf: %s.", line);
+    }
+    return false;
 }
 
 int32_t CMonitorPhysicalUtil::CalcListedInterfaces(char* raw_network_info,
                                                    const NetworkCycle& cycle,
                                                    uint64_t time_interval, bool refresh,
                                                    LogCategory* log_handle) {
+    DropLatest(cycle);
     const bool is_tiny = cycle.network_interface_infos == nullptr;
-    const bool only_first = is_tiny && !m_wanted_nic_name.empty();
-    if (is_tiny) {
-        cycle.network_info_result = NetworkInfoResult();
-    }
+    // A new one's baseline is taken with the others', so that one interval fits all.
+    const bool takes_baselines = refresh || cycle.old_network_info.empty();
     Busiest busiest;
     size_t listed = 0;
+    size_t sampled = 0;
     size_t measured = 0;
-    for (char *line = raw_network_info, *next = nullptr; line != nullptr; line = next) {
-        next = CutLine(line);
-        NetworkInfo now_network_info;
-        const char* const counters = ParseNetworkName(line, now_network_info.nic_name);
-        const char* const name = now_network_info.nic_name;
-        if (counters == nullptr || !IsNicWanted(name) ||
-            (only_first && m_wanted_nic_name.front() != name)) {
-            continue;
-        }
-        if (!ParseNetworkCounters(counters, now_network_info)) {
-            MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "sscanf failed, buf: %s.", line);
-            return COMMON_ERR_LINUX_SYSTEM_CALL_FAIL;
-        }
-        if (listed == cycle.nic_names.size()) {
-            cycle.nic_names.emplace_back(name);
-        } else if (cycle.nic_names[listed] != name) {
-            cycle.nic_names[listed] = name;
-        }
-        ++listed;
-        const auto [old_network_info, is_new] =
-            cycle.old_network_info.try_emplace(name, now_network_info);
-        if (is_new) {
+    NetworkInfo now_network_info;
+    while (TakeInterface(raw_network_info, is_tiny, now_network_info, log_handle)) {
+        const std::string name = now_network_info.nic_name;
+        SetName(cycle.nic_names, listed++, name.c_str());
+        const auto found = cycle.old_network_info.find(name);
+        if (found == cycle.old_network_info.end()) {
+            if (takes_baselines) {
+                cycle.old_network_info.emplace(name, now_network_info);
+                ++sampled;
+            }
             continue;
         }
         const NetworkInterfaceInfo rates =
-            RatesBetween(old_network_info->second, now_network_info, time_interval);
+            RatesBetween(found->second, now_network_info, time_interval);
         NetworkInfoResult result;
-        if ((this->*cycle.calc)(&result, &now_network_info, name, time_interval, refresh,
+        if ((this->*cycle.calc)(&result, &now_network_info, name.c_str(), time_interval, refresh,
                                 log_handle) != 0) {
-            continue;  // its counters fell: the next pass measures it
+            sampled += refresh ? 1 : 0;  // its counters fell: it is a new one
+            continue;
         }
+        ++sampled;
         ++measured;
         if (is_tiny) {
             busiest.Add(rates, result);
         } else {
-            cycle.store(cycle.network_info_result, result, name);
+            cycle.store(cycle.network_info_result, result, name.c_str());
             cycle.network_interface_infos->push_back(rates);
         }
     }
     cycle.nic_names.resize(listed);
-    if (cycle.old_network_info.size() > listed) {
+    if (cycle.old_network_info.size() > sampled) {
         DropOthers(cycle.old_network_info, cycle.nic_names, "");
     }
     if (listed == 0) {
@@ -138,21 +147,18 @@ int32_t CMonitorPhysicalUtil::DiscoverListedInterfaces(LogCategory* log_handle) 
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "GetRawNetWorkInfo failed, ret: %d.", ret);
         return ret;
     }
-    for (char *line = text.Data(), *next = nullptr; line != nullptr; line = next) {
-        next = CutLine(line);
-        NetworkInfo network_info;
-        const char* const counters = ParseNetworkName(line, network_info.nic_name);
-        if (counters == nullptr || !IsNicWanted(network_info.nic_name)) {
-            continue;
-        }
-        if (!ParseNetworkCounters(counters, network_info)) {
-            MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "sscanf failed, buf: %s.", line);
-            return COMMON_ERR_LINUX_SYSTEM_CALL_FAIL;
-        }
+    NetworkInfo network_info;
+    for (char* rest = text.Data(); TakeInterface(rest, false, network_info, log_handle);) {
         m_old_network_info[network_info.nic_name] = network_info;
         m_tiny_old_network_info[network_info.nic_name] = network_info;
     }
     return 0;
+}
+
+void CMonitorPhysicalUtil::DropLatest(const NetworkCycle& cycle) const {
+    if (m_reading == &STRICT_READING && cycle.network_interface_infos == nullptr) {
+        cycle.network_info_result = NetworkInfoResult();
+    }
 }
 
 int32_t CMonitorPhysicalUtil::SetNetworkInterfaces(const char** nic_name, uint32_t nic_name_num,

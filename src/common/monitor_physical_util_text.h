@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <string>
 #include <system_error>
 
 #include "monitor_physical_util.h"
@@ -66,14 +67,21 @@ inline char* NextLine(char* position) {
     return newline == nullptr || newline[1] == '\0' ? nullptr : newline + 1;
 }
 
+/// Whether nothing but blanks stands before a place in its line.
+inline bool IsFirstInLine(const char* text, const char* place) {
+    while (place != text && place[-1] == ' ') {
+        --place;
+    }
+    return place == text || place[-1] == '\n';
+}
+
 /// The first line whose first field is `name`, followed by `end`; null when there is none. Points
 /// to the name.
 inline char* FindLine(char* text, const char* name, char end) {
     const size_t length = strlen(name);
-    for (char* line = text; line != nullptr; line = NextLine(line)) {
-        char* const first = line + strspn(line, " ");
-        if (strncmp(first, name, length) == 0 && first[length] == end) {
-            return first;
+    for (char* found = strstr(text, name); found != nullptr; found = strstr(found + 1, name)) {
+        if (found[length] == end && IsFirstInLine(text, found)) {
+            return found;
         }
     }
     return nullptr;
@@ -109,6 +117,15 @@ inline bool SkipWord(const char*& text) {
     SkipRestOfWord(position);
     text = position;
     return true;
+}
+
+/// The next word up to a blank or the line's end; empty at the end.
+inline std::string TakeWord(const char*& line) {
+    line += strspn(line, " \t");
+    const size_t length = strcspn(line, " \t\n");
+    std::string word(line, length);
+    line += length;
+    return word;
 }
 
 /// Reads a word of at most 127 characters; a longer one continues as the next field.

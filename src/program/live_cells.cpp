@@ -56,20 +56,10 @@ size_t Width(const std::string& character) {
     return ColumnsOf("x" + character) - 1;
 }
 
-/// How many bytes of `text` fit in `columns`: whole characters with their marks, one at least.
-size_t BytesIn(const std::string& text, size_t columns) {
-    size_t bytes = DecodeUtf8(text, 0).length;
-    while (bytes < text.size()) {
-        const size_t next = bytes + DecodeUtf8(text, bytes).length;
-        if (ColumnsOf(text.substr(0, next)) > columns) {
-            break;
-        }
-        bytes = next;
-    }
-    return bytes;
-}
-
 }  // namespace
+
+Span::Span(std::string safe_text, Style its_style)
+    : text(std::move(safe_text)), style(its_style), columns(ColumnsOf(text)) {}
 
 const char* Column(size_t eighths) {
     return FROM_BELOW[std::min(eighths, EIGHTHS)].eighths;
@@ -84,14 +74,15 @@ Line Bar(double share, size_t columns, bool high) {
         const size_t before = cell * EIGHTHS;
         text += FROM_LEFT[std::min(EIGHTHS, filled - std::min(filled, before))].eighths;
     }
-    return {
-        {"[", Style::Quiet}, {text, high ? Style::HighGraph : Style::Graph}, {"]", Style::Quiet}};
+    return {{"[", Style::Quiet},
+            {text, high ? Style::HighGraph : Style::Graph, inside},
+            {"]", Style::Quiet}};
 }
 
 size_t ColumnsOf(const Line& line) {
     size_t columns = 0;
     for (const Span& span : line) {
-        columns += ColumnsOf(span.text);
+        columns += span.columns;
     }
     return columns;
 }
@@ -99,13 +90,12 @@ size_t ColumnsOf(const Line& line) {
 Line Cut(const Line& line, size_t columns) {
     Line cut;
     for (const Span& span : line) {
-        const size_t wanted = ColumnsOf(span.text);
-        const size_t given = std::min(wanted, columns);
-        cut.push_back(given < wanted ? Span{FitColumns(span.text, given), span.style} : span);
-        columns -= given;
-        if (given < wanted) {
+        if (span.columns > columns) {
+            cut.push_back({FitColumns(span.text, columns), span.style, columns});
             break;
         }
+        cut.push_back(span);
+        columns -= span.columns;
     }
     return cut;
 }
@@ -145,25 +135,6 @@ std::string Shortened(const std::string& text, size_t columns) {
     return FitColumns(FitColumns(safe, columns - room) + safe.substr(tail), columns);
 }
 
-std::vector<std::string> Wrapped(const std::string& text, size_t columns) {
-    std::vector<std::string> lines;
-    std::istringstream words(Printable(text));
-    std::string word;
-    while (words >> word) {
-        if (!lines.empty() && ColumnsOf(lines.back()) + 1 + ColumnsOf(word) <= columns) {
-            lines.back() += " " + word;
-            continue;
-        }
-        while (ColumnsOf(word) > columns) {
-            const size_t bytes = BytesIn(word, columns);
-            lines.push_back(word.substr(0, bytes));
-            word.erase(0, bytes);
-        }
-        lines.push_back(word);
-    }
-    return lines;
-}
-
 std::string Rendered(const std::string& text, Charset charset) {
     if (charset == Charset::Eighths) {
         return text;
@@ -182,21 +153,6 @@ std::string Rendered(const std::string& text, Charset charset) {
         }
     }
     return rendered;
-}
-
-std::string Scaled(double value, Prefix prefix) {
-    const double base = prefix == Prefix::Decimal ? 1000 : 1024;
-    const char* const names = prefix == Prefix::Decimal ? " kMGTPE" : " KMGTPE";
-    size_t power = 0;
-    while (value >= base - 0.5 && names[power + 1] != '\0') {
-        value /= base;
-        ++power;
-    }
-    if (power == 0) {
-        return fmt::format("{:.0f}", value);
-    }
-    const int decimals = value < 9.995 ? 2 : value < 99.95 ? 1 : 0;
-    return fmt::format("{:.{}f}{}", value, decimals, names[power]);
 }
 
 }  // namespace corvane::program

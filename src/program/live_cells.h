@@ -1,7 +1,9 @@
 // Lines of a screen before any terminal: pieces of text, each with a style.
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace corvane::program {
@@ -17,10 +19,15 @@ enum class Style {
     Note,
 };
 
-/// Text that is safe for a terminal, see Printable().
+/// Text that is safe for a terminal, see Printable(), and the columns that it takes there.
 struct Span {
+    Span(std::string safe_text, Style its_style = Style::Plain);
+    Span(std::string safe_text, Style its_style, size_t its_columns)
+        : text(std::move(safe_text)), style(its_style), columns(its_columns) {}
+
     std::string text;
-    Style style = Style::Plain;
+    Style style;
+    size_t columns;
 };
 
 /// Spans one after the other, from the first column on.
@@ -56,15 +63,7 @@ Line Justified(const Line& left, const Line& right, size_t columns);
 /// names of one kind often differ at the end only.
 std::string Shortened(const std::string& text, size_t columns);
 
-/// Printable text in lines of at most `columns`, parted at blanks where there are any.
-std::vector<std::string> Wrapped(const std::string& text, size_t columns);
-
 /// A span's text as the terminal can show it: in the same columns, with other characters.
 std::string Rendered(const std::string& text, Charset charset);
-
-enum class Prefix { Decimal, Binary };
-
-/// A number of any size in at most five characters: "999", "1.25k", "1023M".
-std::string Scaled(double value, Prefix prefix);
 
 }  // namespace corvane::program

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "scaled_text.h"
 #include "terminal_text.h"
 
 namespace corvane::program {
@@ -184,27 +185,27 @@ std::vector<Graph> Graphs(const Report& report, const Histories& histories) {
 std::vector<Line> Plot(const Samples& samples, double full_scale, bool alarms, size_t rows,
                        size_t columns) {
     const size_t shown = std::min(samples.size(), columns);
-    std::vector<Line> lines(rows);
-    for (size_t row = 0; row < rows; ++row) {
-        const size_t below = (rows - 1 - row) * EIGHTHS;
-        Line& line = lines[row];
-        line.push_back({std::string(columns - shown, ' '), Style::Graph});
-        for (size_t i = samples.size() - shown; i < samples.size(); ++i) {
-            const double value = samples[i];
-            const double share = std::clamp(value / full_scale, 0.0, 1.0);
-            auto eighths = static_cast<size_t>(
-                std::lround(share * static_cast<double>(rows) * static_cast<double>(EIGHTHS)));
-            eighths = value > 0 ? std::max<size_t>(1, eighths) : 0;
-            std::string cell = Column(eighths - std::min(eighths, below));
+    const auto full = static_cast<double>(rows * EIGHTHS);
+    std::vector<Line> lines(rows, {{std::string(columns - shown, ' '), Style::Graph}});
+    for (size_t i = samples.size() - shown; i < samples.size(); ++i) {
+        const double value = samples[i];
+        const double share = std::clamp(value / full_scale, 0.0, 1.0);
+        const auto least = static_cast<size_t>(value > 0 ? 1 : 0);
+        const size_t eighths = std::max(least, static_cast<size_t>(std::lround(share * full)));
+        const bool high = alarms && share >= HIGH_SHARE;
+        const Style style = high ? Style::HighGraph : Style::Graph;
+        for (size_t row = 0; row < rows; ++row) {
+            const size_t below = (rows - 1 - row) * EIGHTHS;
+            const char* cell = Column(eighths - std::min(eighths, below));
             if (below == 0 && eighths == 0) {
                 cell = value < 0 ? GAP : "_";
             }
-            const bool high = alarms && share >= HIGH_SHARE;
-            const Style style = high ? Style::HighGraph : Style::Graph;
+            Line& line = lines[row];
             if (line.back().style != style) {
                 line.push_back({"", style});
             }
             line.back().text += cell;
+            ++line.back().columns;
         }
     }
     return lines;

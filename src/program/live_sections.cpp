@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "live_table.h"
+#include "scaled_text.h"
 #include "terminal_text.h"
 
 namespace corvane::program {
@@ -159,9 +160,9 @@ Section InterfaceSection(const NetworkFigures& network, const Histories& histori
     return TableSection({"interface", "interfaces"},
                         {{"Interface", Kind::Name, 8},
                          {"Rx B/s", Kind::Figure, 6},
-                         {"received", Kind::Drawing, 10, 1},
+                         {"Received", Kind::Drawing, 10, 1},
                          {"Tx B/s", Kind::Figure, 6},
-                         {"transmitted", Kind::Drawing, 10, 1},
+                         {"Transmitted", Kind::Drawing, 10, 1},
                          {"Rx p/s", Kind::Figure, 6},
                          {"Tx p/s", Kind::Figure, 6}},
                         rows, columns);
@@ -191,7 +192,7 @@ Section DirectorySection(const std::vector<DirectoryFigures>& directories, size_
                          {"", Kind::Drawing, 8, 3},
                          {"Busy", Kind::Figure, 5},
                          {"Ops/s", Kind::Figure, 6},
-                         {"full", Kind::Drawing, 8, 2},
+                         {"Full", Kind::Drawing, 8, 2},
                          {"Used", Kind::Figure, 6},
                          {"Avail", Kind::Figure, 6},
                          {"Total", Kind::Figure, 6}},
@@ -220,7 +221,7 @@ Section ProcessSection(const std::vector<ProcessFigures>& processes, const Histo
                         {{"Process", Kind::Name, 6},
                          {"PID", Kind::Figure, 5},
                          {"CPU", Kind::Figure, 5},
-                         {"history", Kind::Drawing, 10, 2},
+                         {"History", Kind::Drawing, 10, 2},
                          {"Thread", Kind::Figure, 5},
                          {"Res", Kind::Figure, 6},
                          {"Virt", Kind::Figure, 6}},

@@ -4,19 +4,20 @@
 #include <ncurses.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <term.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <clocale>
 #include <csignal>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <string>
+
+#include "terminal_type.h"
 
 namespace corvane::program {
 
@@ -26,8 +27,8 @@ constexpr int ESCAPE_MILLISECONDS = 25;  // that the rest of a key's sequence ma
 
 enum Pair : short { GRAPH_PAIR = 1, HIGH_PAIR, NOTE_PAIR };
 
-// What the end by a signal needs to leave a usable terminal: prepared while all is well, as a
-// handler may neither allocate nor call ncurses.
+// What an end without the destructor needs to leave a usable terminal: prepared while all is well,
+// as the handler of a signal may neither allocate nor call ncurses.
 constexpr std::array FATAL_SIGNALS = {SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGABRT,
                                       SIGSYS,  SIGALRM, SIGUSR1, SIGUSR2, SIGVTALRM,
                                       SIGPROF, SIGXCPU, SIGTRAP};
@@ -35,25 +36,16 @@ constexpr size_t RESTORE_LENGTH = 128;
 termios original_modes = {};
 std::array<char, RESTORE_LENGTH> restore_text = {};
 size_t restore_length = 0;
+std::atomic<bool> is_open = false;
 
-/// What the terminal takes for a capability, without pauses; empty: it has none.
-std::string Capability(const char* name) {
-    const char* const found = tigetstr(name);
-    if (found == nullptr || reinterpret_cast<intptr_t>(found) == -1) {
-        return "";
-    }
-    std::string text = found;
-    for (size_t pause = text.find("$<"); pause != std::string::npos; pause = text.find("$<")) {
-        text.erase(pause, text.find('>', pause) - pause + 1);
-    }
-    return text;
+/// A job that was stopped and goes on in the background has left the terminal to others.
+bool InBackground() {
+    const pid_t foreground = tcgetpgrp(STDOUT_FILENO);  // -1: not the terminal that controls it
+    return foreground > 0 && foreground != getpgrp();
 }
 
 void RestoreAndDie(int signal) {
-    tcsetattr(STDOUT_FILENO, TCSANOW, &original_modes);
-    if (write(STDOUT_FILENO, restore_text.data(), restore_length) < 0) {
-        // Nothing is left to be done about it.
-    }
+    RestoreTerminalAtOnce();
     raise(signal);  // the handler is gone: now it ends the process
 }
 
@@ -68,31 +60,6 @@ void HandleFatalSignals(void (*from)(int), void (*handler)(int)) {
             action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
             sigaction(signal, &action, nullptr);
         }
-    }
-}
-
-/// Whether text can be put anywhere on the screen. Touches nothing.
-void CheckTerminal() {
-    if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
-        throw std::runtime_error("--watch needs a terminal");
-    }
-    const char* const name = getenv("TERM");
-    if (name == nullptr || *name == '\0') {
-        throw std::runtime_error("--watch: the terminal's type is not set (TERM)");
-    }
-    int error = 0;
-    if (setupterm(nullptr, STDOUT_FILENO, &error) != OK) {
-        throw std::runtime_error(std::string("--watch: no terminal type is known by the name of ") +
-                                 name + " (TERM)");
-    }
-    const bool usable = !Capability("cup").empty() && !Capability("clear").empty();
-    const std::string restore =
-        Capability("sgr0") + Capability("rmkx") + Capability("cnorm") + Capability("rmcup");
-    restore_length = restore.copy(restore_text.data(), restore_text.size());
-    del_curterm(cur_term);
-    if (!usable) {
-        throw std::runtime_error(std::string("--watch: a terminal of type ") + name +
-                                 " cannot place text (TERM)");
     }
 }
 
@@ -199,14 +166,30 @@ Key KeyOf(int code) {
 
 }  // namespace
 
+void RestoreTerminalAtOnce() {
+    if (!is_open || InBackground()) {
+        return;
+    }
+    tcsetattr(STDOUT_FILENO, TCSANOW, &original_modes);
+    pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+    if (poll(&output, 1, 0) == 1 && write(STDOUT_FILENO, restore_text.data(), restore_length) < 0) {
+        // Nothing is left to be done about it.
+    }
+}
+
 LiveTerminal::LiveTerminal() {
-    CheckTerminal();
+    if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
+        throw std::runtime_error("--watch needs a terminal");
+    }
+    restore_length = TerminalTypeRestoreText().copy(restore_text.data(), restore_text.size());
     setlocale(LC_CTYPE, "");
     m_charset = TerminalCharset();
     tcgetattr(STDOUT_FILENO, &original_modes);
     if (newterm(nullptr, stdout, stdin) == nullptr) {
         throw std::runtime_error("--watch: the terminal cannot be set up");
     }
+    is_open = true;
+    signal(SIGTTOU, SIG_IGN);  // would stop a stopped job once more that was asked to end
     HandleFatalSignals(SIG_DFL, RestoreAndDie);
     cbreak();
     noecho();
@@ -233,6 +216,8 @@ LiveTerminal::LiveTerminal() {
 
 LiveTerminal::~LiveTerminal() {
     endwin();
+    is_open = false;
+    signal(SIGTTOU, SIG_DFL);
     HandleFatalSignals(RestoreAndDie, SIG_DFL);
 }
 
@@ -255,7 +240,7 @@ size_t LiveTerminal::Columns() const {
 
 void LiveTerminal::Draw(const std::vector<Line>& screen) {
     pollfd output = {STDOUT_FILENO, POLLOUT, 0};
-    if (poll(&output, 1, 0) != 1) {
+    if (poll(&output, 1, 0) != 1 || InBackground()) {
         return;
     }
     erase();
@@ -268,7 +253,7 @@ void LiveTerminal::Draw(const std::vector<Line>& screen) {
             attr_set(AttributesOf(span.style), m_colour ? ColourOf(span.style) : 0, nullptr);
             mvaddstr(static_cast<int>(row), static_cast<int>(column),
                      Rendered(span.text, m_charset).c_str());
-            column += ColumnsOf({span});
+            column += span.columns;
         }
     }
     attr_set(A_NORMAL, 0, nullptr);

@@ -4,39 +4,27 @@
 
 namespace corvane::program {
 
-namespace {
-
-constexpr const char* RATES[] = {"B/s", "kB/s", "MB/s", "GB/s", "TB/s", "PB/s", "EB/s"};
-constexpr const char* BYTES[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB", "ZiB", "YiB"};
-constexpr const char* const* MIB = &BYTES[2];
-
-/// The largest figure, 2^64 - 1, must find its unit.
-std::string Scaled(uint64_t value, double step, const char* const* unit) {
-    if (static_cast<double>(value) < step) {
-        return fmt::format("{} {}", value, *unit);
+std::string Scaled(double value, Prefix prefix, const char* separator) {
+    const double base = prefix == Prefix::Decimal ? 1000 : 1024;
+    const char* const names = prefix == Prefix::Decimal ? " kMGTPE" : " KMGTPE";
+    size_t power = 0;
+    while (value >= base - 0.5 && names[power + 1] != '\0') {
+        value /= base;
+        ++power;
     }
-    auto scaled = static_cast<double>(value);
-    // As it will be shown: 999.6 kB is 1.00 MB.
-    while (scaled >= step - 0.5) {
-        scaled /= step;
-        ++unit;
+    if (power == 0) {
+        return fmt::format("{:.0f}{}", value, separator);
     }
-    const int decimals = scaled < 9.995 ? 2 : scaled < 99.95 ? 1 : 0;
-    return fmt::format("{:.{}f} {}", scaled, decimals, *unit);
+    const int decimals = value < 9.995 ? 2 : value < 99.95 ? 1 : 0;
+    return fmt::format("{:.{}f}{}{}", value, decimals, separator, names[power]);
 }
 
-}  // namespace
-
 std::string RateText(uint64_t bytes_per_second) {
-    return Scaled(bytes_per_second, 1000, RATES);
+    return Scaled(static_cast<double>(bytes_per_second), Prefix::Decimal, " ") + "B/s";
 }
 
 std::string BytesText(uint64_t bytes) {
-    return Scaled(bytes, 1024, BYTES);
-}
-
-std::string MibText(uint64_t mib) {
-    return Scaled(mib, 1024, MIB);
+    return Scaled(static_cast<double>(bytes), Prefix::Binary, " ") + (bytes < 1024 ? "B" : "iB");
 }
 
 }  // namespace corvane::program

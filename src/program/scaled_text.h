@@ -6,13 +6,16 @@
 
 namespace corvane::program {
 
-/// Three significant digits in at most 9 columns: "125 kB/s", "1.25 MB/s", "17 B/s"; units of 1000.
+enum class Prefix { Decimal, Binary };
+
+/// A number of any size in at most five characters, with three significant digits or four: "999",
+/// "1.25k", "1023M". The separator stands between number and prefix, and behind a number without.
+std::string Scaled(double value, Prefix prefix, const char* separator = "");
+
+/// "125 kB/s", "1.25 MB/s", "17 B/s": at most 9 columns.
 std::string RateText(uint64_t bytes_per_second);
 
-/// Three significant digits, four from 1000 on, in at most 8 columns: "1023 GiB"; units of 1024.
+/// "1023 GiB", "1.25 MiB", "17 B": at most 8 columns.
 std::string BytesText(uint64_t bytes);
-
-/// As BytesText, of a figure in MiB.
-std::string MibText(uint64_t mib);
 
 }  // namespace corvane::program

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <sstream>
 
 #include "scaled_text.h"
 #include "terminal_text.h"
@@ -21,8 +20,10 @@ constexpr size_t DISK_COLUMNS = 12;
 constexpr size_t PROCESS_COLUMNS = 19;
 constexpr size_t COMMAND_COLUMNS = 15;
 constexpr size_t NAME_COLUMNS = 60;
+constexpr size_t LABEL_COLUMNS = 16;  // of what stands before a family without figures
 constexpr size_t MAX_INTERFACES = 8;  // beyond, those without traffic are only counted
 constexpr uint64_t PERCENT = 100;
+constexpr uint64_t BYTES_PER_MIB = uint64_t{1024} * 1024;
 constexpr uint64_t HIGH_PERCENT = 90;
 
 std::string Heading(const std::string& text, bool colour) {
@@ -109,8 +110,8 @@ std::string MemoryLine(const MemoryFigures& memory, bool colour) {
     }
     const uint64_t share = memory.total_mib == 0 ? 0 : memory.used_mib * PERCENT / memory.total_mib;
     return fmt::format("{}   used {}of {}   {}\n", Heading("Memory", colour),
-                       Figure(memory.status, MibText(memory.used_mib), 9),
-                       MibText(memory.total_mib),
+                       Figure(memory.status, BytesText(memory.used_mib * BYTES_PER_MIB), 9),
+                       BytesText(memory.total_mib * BYTES_PER_MIB),
                        Alarm(Short(share, 6) + " %",
                              IsHigh(memory.status, memory.used_mib, memory.total_mib), colour));
 }
@@ -213,36 +214,14 @@ std::string ProcessLines(const std::vector<ProcessFigures>& processes, bool colo
         }
         const std::string thread =
             row.thread_peak_percent ? std::to_string(*row.thread_peak_percent) : "-";
-        text += Trimmed(fmt::format("{} {}{}{}{}", name, Figure(row.cpu, row.cpu_peak_percent, 7),
-                                    Figure(row.cpu, thread, 10),
-                                    Figure(row.memory, MibText(row.resident_mib), 9),
-                                    Figure(row.memory, MibText(row.virtual_mib), 9))) +
+        text += Trimmed(fmt::format(
+                    "{} {}{}{}{}", name, Figure(row.cpu, row.cpu_peak_percent, 7),
+                    Figure(row.cpu, thread, 10),
+                    Figure(row.memory, BytesText(row.resident_mib * BYTES_PER_MIB), 9),
+                    Figure(row.memory, BytesText(row.virtual_mib * BYTES_PER_MIB), 9))) +
                 "\n";
     }
     return text;
-}
-
-/// Words in lines that fit; a word that is too long for a line is cut.
-std::string Wrapped(const std::string& text) {
-    constexpr size_t INDENT = 2;
-    std::string wrapped;
-    size_t used = 0;
-    std::istringstream words(Printable(text));
-    for (std::string word; std::getline(words, word, ' ');) {
-        size_t columns = ColumnsOf(word);
-        if (columns > LINE_COLUMNS - INDENT - 1) {
-            columns = LINE_COLUMNS - INDENT - 1;
-            word = FitColumns(word, columns);
-        }
-        if (used > 0 && used + 1 + columns > LINE_COLUMNS) {
-            wrapped += "\n" + std::string(INDENT, ' ') + word;
-            used = INDENT + columns;
-        } else {
-            wrapped += (used > 0 ? " " : "") + word;
-            used += (used > 0 ? 1 : 0) + columns;
-        }
-    }
-    return wrapped + "\n";
 }
 
 /// Which families carry a '*' or a '-', and why.
@@ -250,9 +229,15 @@ std::string StateLines(const Report& report, FigureState state, const std::strin
     std::string text;
     for (const Family& family : Families(report)) {
         if (family.status.state == state) {
-            const std::string& reason = family.status.reason;
-            text += Wrapped(label + Trimmed(FitColumns(family.name, NAME_COLUMNS)) +
-                            (reason.empty() ? "" : ": " + reason));
+            std::string start = label;
+            std::string words = Trimmed(FitColumns(family.name, NAME_COLUMNS));
+            if (!family.status.reason.empty()) {
+                words += ": " + family.status.reason;
+            }
+            for (const std::string& line : Wrapped(words, LINE_COLUMNS - LABEL_COLUMNS)) {
+                text += start + line + "\n";
+                start = "  ";
+            }
         }
     }
     return text;

@@ -3,7 +3,7 @@
 #include <utf8proc.h>
 
 #include <algorithm>
-#include <vector>
+#include <sstream>
 
 #include "utf8.h"
 
@@ -113,6 +113,31 @@ std::string FitColumns(const std::string& text, size_t columns) {
         used += cell.columns;
     }
     return fitted + std::string(room - used, ' ') + (cut ? "~" : "");
+}
+
+std::vector<std::string> Wrapped(const std::string& text, size_t columns) {
+    std::vector<std::string> lines;
+    size_t used = 0;  // of the last line
+    std::istringstream words(Printable(text));
+    for (std::string word; words >> word;) {
+        const std::vector<Cell> cells = CellsOf(word);
+        if (!lines.empty() && used + 1 + Total(cells) <= columns) {
+            lines.back() += ' ';
+            ++used;
+        } else {
+            lines.emplace_back();
+            used = 0;
+        }
+        for (const Cell& cell : cells) {
+            if (used + cell.columns > columns) {  // a word longer than a line
+                lines.emplace_back();
+                used = 0;
+            }
+            lines.back() += cell.text;
+            used += cell.columns;
+        }
+    }
+    return lines;
 }
 
 }  // namespace corvane::program

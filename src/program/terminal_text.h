@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace corvane::program {
 
@@ -19,5 +20,8 @@ size_t ColumnsOf(const std::string& text);
 
 /// Printable text in exactly `columns` columns, padded with blanks, or cut and ended in '~'.
 std::string FitColumns(const std::string& text, size_t columns);
+
+/// Printable text in lines of at most `columns`, 2 or more, parted at blanks where there are any.
+std::vector<std::string> Wrapped(const std::string& text, size_t columns);
 
 }  // namespace corvane::program

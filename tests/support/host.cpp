@@ -9,13 +9,6 @@ namespace corvane_test {
 
 namespace {
 
-template <typename... Values>
-std::string Words(const Values&... values) {
-    std::ostringstream text;
-    ((text << ' ' << values), ...);
-    return text.str();
-}
-
 const char* Name(const char* name) {
     return name[0] == '\0' ? "-" : name;
 }
@@ -45,6 +38,7 @@ std::string StatusName(int32_t status) {
     return status == COMMON_ERR_INVALID_ARGUMENTS           ? "WRONG"
            : status == COMMON_ERR_LINUX_SYSTEM_CALL_FAIL    ? "FAILED"
            : status == COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE ? "NO SAMPLE"
+           : status == COMMON_ERR_NO_BLOCK_DEVICE           ? "NO DEVICE"
                                                             : std::to_string(status);
 }
 
@@ -91,6 +85,19 @@ Host::Figures Host::Kept() {
         disks += Words(Name(names->disk_name[row]));
     }
     keep("disks", 0, disks);
+    std::string text;
+    std::vector<CorvaneCommon::CPUCoreInfo> cores;
+    const int32_t has_cores = m->GetCPUCoreInfo(cores, nullptr);
+    for (const CorvaneCommon::CPUCoreInfo& core : cores) {
+        text += Words(core.cpu_core_name, core.cpu_utilization);
+    }
+    keep("cores", has_cores, std::exchange(text, ""));
+    std::vector<CorvaneCommon::NetworkInterfaceInfo> interfaces;
+    const int32_t has_interfaces = m->GetNetworkInterfaceInfo(interfaces, nullptr);
+    for (const CorvaneCommon::NetworkInterfaceInfo& i : interfaces) {
+        text += Words(i.nic_name, i.input_bytes, i.output_bytes, i.input_packets, i.output_packets);
+    }
+    keep("interfaces", has_interfaces, text);
     return figures;
 }
 
@@ -145,7 +152,8 @@ std::string Host::See(const Call& call) {
 
 void Host::Replay(const Call& call, const std::vector<Step>& steps) {
     for (const Step& step : steps) {
-        EXPECT_EQ(After(call, step.files), step.seen) << "step " << &step - steps.data();
+        kernel.Write(step.files);
+        EXPECT_EQ(See(call), step.seen) << "step " << &step - steps.data();
     }
 }
 

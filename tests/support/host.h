@@ -1,9 +1,8 @@
 // A host on a made-up machine, that says in words what a call changed.
 //
 //   Boot(Stat("cpu0 0 0, cpu1 0 0"));
-//   EXPECT_EQ(After([&] { return m->CalcCPUMonitorInfo(true, log); }, Stat("cpu0 90 10")),
-//             "WRONG; (null) Can not find cpu1, maybe cpu changed, reinit cpu info.; cpu 1 0;
-//             ...");
+//   EXPECT_EQ(AFTER(Stat("cpu0 90 10, cpu1 70 30"), m->CalcCPUMonitorInfo(true, log)), "cpu 2
+//   160");
 #pragma once
 
 #include <gtest/gtest.h>
@@ -50,7 +49,7 @@ struct DiskSize {
 };
 inline DiskSize disk_size;
 
-constexpr uint32_t PID = 17;  ///< the process that the host watches
+constexpr uint32_t PID = 1;  ///< the process that the host watches
 
 /// What operations write into; untouched members are not shown.
 struct Records {
@@ -82,17 +81,12 @@ public:
     void Start();
 
     /// Runs a call and tells, apart by "; ": its status by name unless it is 0, its records, the
-    /// figures that the monitor now keeps where they differ from those of the last look ("cpu" and
-    /// "tiny cpu": cores and percent; "process" and "tiny process": percent and that of the busiest
-    /// thread; "network", "tiny network" and "process network": megabits in and out, packets in and
-    /// out, names; a path of `paths`: disk, percent, operations; "disks": names), and what it wrote
-    /// into `out`.
+    /// figures that the monitor keeps where they differ from the last look's ("cpu", "tiny cpu":
+    /// cores, percent; "process", "tiny process": percent, busiest thread's; "network", "tiny
+    /// network", "process network": megabits in, out, packets in, out, names; each of `paths`:
+    /// disk, percent, operations; "disks": names; "cores": name, percent; "interfaces": name, bytes
+    /// in and out, packets in and out), and what the call wrote into `out`.
     std::string See(const Call& call);
-    template <typename... Files>
-    std::string After(const Call& call, const Files&... files) {
-        (kernel.Write(files), ...);
-        return See(call);
-    }
     /// The next look tells every figure.
     void Forget() { m_seen.clear(); }
     void Replay(const Call& call, const std::vector<Step>& steps);
@@ -114,9 +108,14 @@ private:
     Figures m_seen;
 };
 
+/// See a call of the test's own, at once or when files have changed.
+#define SEE(call) See([&]() -> int32_t { return call; })
+#define AFTER(files, call) See([&]() -> int32_t { return kernel.Write(files), call; })
+
 class HostTest : public testing::Test, protected Host {};
 
-/// "WRONG" for bad arguments, "FAILED" for a system call, "NO SAMPLE"; else the number.
+/// "WRONG" for bad arguments, "FAILED" for a system call, "NO SAMPLE", "NO DEVICE"; else the
+/// number.
 std::string StatusName(int32_t status);
 
 }  // namespace corvane_test

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 #include <utility>
 
@@ -99,35 +100,37 @@ public:
         return is_folder;
     }
 
-    /// The path without links, dots and doubled slashes; empty, with errno set, when there is none.
-    std::string Resolve(const char* path, bool through_last_link = true) const {
+    /// The path without links, dots and doubled slashes; empty, with errno set, when there is none
+    /// or the call is to fail.
+    std::string Resolve(KernelCall call, const char* path, bool through_last_link = true) const {
         constexpr int MAX_LINKS = 40;
         const Kernel::Node* const file = Find(path);
-        if (file != nullptr && file->kind == Kernel::File) {
-            return path;  // nearly always
+        const bool fails = Fails(call);
+        if (fails || (file != nullptr && file->kind == Kernel::File)) {
+            return fails ? "" : path;  // nearly always the path
         }
         std::string done;
         std::string rest = path;
         for (int links = 0; !rest.empty();) {
             const std::string name = rest.substr(0, rest.find('/'));
             rest.erase(0, name.size() + 1);
+            const std::string next = done + '/' + name;
+            const Kernel::Node* const node = Find(next);
             if (name == "..") {
                 done.erase(std::min(done.rfind('/'), done.size()));
-            } else if (!name.empty() && name != ".") {
-                const std::string next = done + '/' + name;
-                const Kernel::Node* const node = Find(next);
-                if (node != nullptr && node->kind == Kernel::Link &&
-                    (through_last_link || !rest.empty())) {
-                    if (++links > MAX_LINKS) {
-                        return Failed(ELOOP, "");
-                    }
-                    done = node->text->front() == '/' ? "" : done;
-                    rest = *node->text + '/' + rest;
-                } else if (node == nullptr && !IsFolder(next)) {
-                    return Failed(ENOENT, "");
-                } else {
-                    done = next;
+            } else if (name.empty() || name == ".") {
+                continue;
+            } else if (node != nullptr && node->kind == Kernel::Link &&
+                       (through_last_link || !rest.empty())) {
+                if (++links > MAX_LINKS) {
+                    return Failed(ELOOP, "");
                 }
+                done = node->text->front() == '/' ? "" : done;
+                rest = *node->text + '/' + rest;
+            } else if (node == nullptr && !IsFolder(next)) {
+                return Failed(ENOENT, "");
+            } else {
+                done = next;
             }
         }
         return done.empty() ? "/" : done;
@@ -185,7 +188,7 @@ int MakeDescriptor(const OpenFile& file) {
 }
 
 FILE* Call::Open(const char* path, bool with_descriptor) const {
-    const std::string resolved = Fails(KernelCall::Open) ? "" : Resolve(path);
+    const std::string resolved = Resolve(KernelCall::Open, path);
     if (resolved.empty()) {
         return nullptr;
     }
@@ -303,7 +306,7 @@ DIR* opendir(const char* path) {
     if (call.kernel == nullptr) {
         return Real(&opendir, "opendir")(path);
     }
-    const std::string resolved = call.Fails(KernelCall::OpenDir) ? "" : call.Resolve(path);
+    const std::string resolved = call.Resolve(KernelCall::OpenDir, path);
     if (resolved.empty() || !call.IsFolder(resolved)) {
         return resolved.empty() ? nullptr : Failed<DIR*>(ENOTDIR, nullptr);
     }
@@ -341,10 +344,9 @@ int closedir(DIR* dir) {
 
 int access(const char* path, int mode) noexcept {
     const Call call(path);
-    if (call.kernel == nullptr) {
-        return Real(&access, "access")(path, mode);
-    }
-    return call.Fails(KernelCall::Access) || call.Resolve(path).empty() ? -1 : 0;
+    return call.kernel == nullptr                           ? Real(&access, "access")(path, mode)
+           : call.Resolve(KernelCall::Access, path).empty() ? -1
+                                                            : 0;
 }
 
 int stat(const char* path, struct stat* status) noexcept {
@@ -352,7 +354,7 @@ int stat(const char* path, struct stat* status) noexcept {
     if (call.kernel == nullptr) {
         return Real(static_cast<int (*)(const char*, struct stat*)>(&stat), "stat")(path, status);
     }
-    const std::string resolved = call.Fails(KernelCall::Stat) ? "" : call.Resolve(path);
+    const std::string resolved = call.Resolve(KernelCall::Stat, path);
     *status = Deepest(call.kernel->status, resolved);
     if (status->st_mode == 0) {
         status->st_mode = call.IsFolder(resolved) ? S_IFDIR | 0755U : S_IFREG | 0644U;
@@ -365,7 +367,7 @@ int statvfs(const char* path, struct statvfs* space) noexcept {
     if (call.kernel == nullptr) {
         return Real(&statvfs, "statvfs")(path, space);
     }
-    const std::string resolved = call.Resolve(path);
+    const std::string resolved = call.Resolve(KernelCall::Stat, path);
     *space = Deepest(call.kernel->space, resolved);
     return resolved.empty() ? -1 : 0;
 }
@@ -375,7 +377,7 @@ char* realpath(const char* path, char* buffer) noexcept {
     if (call.kernel == nullptr) {
         return Real(&realpath, "realpath")(path, buffer);
     }
-    const std::string resolved = call.Fails(KernelCall::RealPath) ? "" : call.Resolve(path);
+    const std::string resolved = call.Resolve(KernelCall::RealPath, path);
     if (resolved.empty() || resolved.size() >= PATH_MAX) {
         return resolved.empty() ? nullptr : Failed<char*>(ENAMETOOLONG, nullptr);
     }
@@ -387,11 +389,12 @@ ssize_t readlink(const char* path, char* buffer, size_t size) noexcept {
     if (call.kernel == nullptr) {
         return Real(&readlink, "readlink")(path, buffer, size);
     }
-    const bool fails = call.Fails(KernelCall::ReadLink);
-    const Kernel::Node* const node = fails ? nullptr : call.Find(call.Resolve(path, false));
-    return node != nullptr && node->kind == Kernel::Link
-               ? static_cast<ssize_t>(node->text->copy(buffer, size))
-               : Failed(fails ? errno : EINVAL, ssize_t{-1});
+    const std::string resolved = call.Resolve(KernelCall::ReadLink, path, false);
+    const Kernel::Node* const node = call.Find(resolved);
+    return resolved.empty() ? -1
+           : node == nullptr || node->kind != Kernel::Link
+               ? Failed(EINVAL, ssize_t{-1})
+               : static_cast<ssize_t>(node->text->copy(buffer, size));
 }
 
 int gettimeofday(struct timeval* time, void* zone) noexcept {
@@ -402,6 +405,15 @@ int gettimeofday(struct timeval* time, void* zone) noexcept {
     int64_t& now = call.kernel->clock_us;
     *time = {now / 1000000, now % 1000000};
     now += call.kernel->clock_step_us;
+    return 0;
+}
+
+int clock_gettime(clockid_t clock, struct timespec* time) noexcept {
+    const Call call;
+    if (call.kernel == nullptr || clock != CLOCK_MONOTONIC || call.kernel->monotonic_us == 0) {
+        return Real(&clock_gettime, "clock_gettime")(clock, time);
+    }
+    *time = {call.kernel->monotonic_us / 1000000, call.kernel->monotonic_us % 1000000 * 1000};
     return 0;
 }
 

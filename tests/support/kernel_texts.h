@@ -10,10 +10,17 @@
 
 namespace corvane_test {
 
+/// The values in words, each behind a blank.
+template <typename... Values>
+std::string Words(const Values&... values) {
+    std::ostringstream text;
+    ((text << ' ' << values), ...);
+    return text.str();
+}
+
 /// One "cpu" line of /proc/stat: busy ticks in user, the rest idle; ten columns.
 inline std::string CPULine(const std::string& name, uint64_t user, uint64_t idle) {
-    return name + (name == "cpu" ? "  " : " ") + std::to_string(user) + " 0 0 " +
-           std::to_string(idle) + " 0 0 0 0 0 0\n";
+    return name + Words(user, "0 0", idle, "0 0 0 0 0 0\n");
 }
 
 struct Core {
@@ -24,31 +31,26 @@ struct Core {
 
 /// A /proc/stat with the machine's line first and the other lines behind.
 inline std::string StatText(const std::vector<Core>& cores) {
-    uint64_t user = 0;
-    uint64_t idle = 0;
+    Core all = {"cpu ", 0, 0};
     std::string lines;
-    for (const Core& core : cores) {
-        user += core.user;
-        idle += core.idle;
-        lines += CPULine(core.name, core.user, core.idle);
+    for (const auto& [name, user, idle] : cores) {
+        all.user += user;
+        all.idle += idle;
+        lines += CPULine(name, user, idle);
     }
-    return CPULine("cpu", user, idle) + lines + "intr 12345 0 0\nctxt 67890\n";
+    return CPULine(all.name, all.user, all.idle) + lines + "intr 12345 0 0\nctxt 67890\n";
 }
 
 /// A line of /proc/net/dev.
 inline std::string NicLine(const std::string& name, uint64_t input_bytes, uint64_t input_packets,
                            uint64_t output_bytes, uint64_t output_packets) {
-    return name + ": " + std::to_string(input_bytes) + " " + std::to_string(input_packets) +
-           " 0 0 0 0 0 0 " + std::to_string(output_bytes) + " " + std::to_string(output_packets) +
-           " 0 0 0 0 0 0\n";
+    return name + ":" + Words(input_bytes, input_packets, "0 0 0 0 0 0", output_bytes) +
+           Words(output_packets, "0 0 0 0 0 0\n");
 }
 
 /// A /proc/net/dev with its header lines.
 inline std::string NetDevText(std::initializer_list<std::string> lines) {
-    std::string text =
-        "Inter-|   Receive                                                |  Transmit\n"
-        " face |bytes    packets errs drop fifo frame compressed multicast|bytes    packets errs "
-        "drop fifo colls carrier compressed\n";
+    std::string text = "Inter-|   Receive  |  Transmit\n face |bytes packets errs|bytes packets\n";
     for (const std::string& line : lines) {
         text += line;
     }
@@ -57,24 +59,22 @@ inline std::string NetDevText(std::initializer_list<std::string> lines) {
 
 /// A line of /proc/diskstats with the figures that the monitor uses, seventeen numbers in all.
 inline std::string DiskLine(const std::string& name, uint64_t reads, uint64_t writes,
-                            uint64_t busy_milliseconds) {
-    return "   8       0 " + name + " " + std::to_string(reads) + " 0 0 0 " +
-           std::to_string(writes) + " 0 0 0 0 " + std::to_string(busy_milliseconds) +
-           " 0 0 0 0 0 0 0\n";
+                            uint64_t busy_milliseconds, const std::string& number = "8 0") {
+    return "   " + number + " " + name +
+           Words(reads, "0 0 0", writes, "0 0 0 0", busy_milliseconds) + " 0 0 0 0 0 0 0\n";
 }
 
 /// A /proc/PID/stat.
 inline std::string ProcessStatText(uint32_t pid, const std::string& command, uint64_t user,
                                    uint64_t system, uint64_t user_wait = 0,
-                                   uint64_t system_wait = 0) {
-    return std::to_string(pid) + " (" + command + ") S 1 1234 1234 0 -1 4194560 100 0 0 0 " +
-           std::to_string(user) + " " + std::to_string(system) + " " + std::to_string(user_wait) +
-           " " + std::to_string(system_wait) + " 20 0 4 0 100 0 0\n";
+                                   uint64_t system_wait = 0, uint64_t start_time = 100) {
+    return std::to_string(pid) + " (" + command + ") S 1 1234 1234 0 -1 4194560 100 0 0 0" +
+           Words(user, system, user_wait, system_wait, "20 0 4 0", start_time, "0 0\n");
 }
 
 struct Row {
     std::string name;
-    std::vector<uint64_t> numbers;
+    uint64_t n[3] = {};
 };
 
 inline std::vector<Row> Rows(const std::string& list) {
@@ -82,20 +82,17 @@ inline std::vector<Row> Rows(const std::string& list) {
     std::istringstream stream(list);
     for (std::string text; std::getline(stream, text, ',');) {
         std::istringstream words(text);
-        rows.emplace_back();
-        words >> rows.back().name;
-        for (uint64_t number = 0; words >> number;) {
-            rows.back().numbers.push_back(number);
-        }
+        Row& row = rows.emplace_back();
+        words >> row.name >> row.n[0] >> row.n[1] >> row.n[2];
     }
     return rows;
 }
 
-/// Cores with busy and idle ticks.
+/// A /proc/stat of cores with busy and idle ticks.
 inline std::map<std::string, std::string> Stat(const std::string& list) {
     std::vector<Core> cores;
-    for (const Row& row : Rows(list)) {
-        cores.push_back({row.name, row.numbers[0], row.numbers[1]});
+    for (const auto& [name, n] : Rows(list)) {
+        cores.push_back({name, n[0], n[1]});
     }
     return {{"/proc/stat", StatText(cores)}};
 }
@@ -110,7 +107,7 @@ inline std::string Nics(const std::string& list) {
     return text;
 }
 
-/// Disks with reads, writes and busy milliseconds.
+/// A /proc/diskstats of disks with reads, writes and busy milliseconds.
 inline std::map<std::string, std::string> Disks(const std::string& list) {
     std::string text;
     for (const auto& [name, n] : Rows(list)) {

@@ -1,10 +1,7 @@
 // A fresh monitor for a test, with its private operations and state in reach.
 #pragma once
 
-#include <map>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "monitor_physical_util.h"
 
@@ -35,7 +32,6 @@ struct MonitorPhysicalUtilTestPeer {
     CORVANE_TEST_OPERATION(InitDefaultNetWorkInfo)
     CORVANE_TEST_OPERATION(GetRawNetworkInfo)
     CORVANE_TEST_OPERATION(GetNetworkInfo)
-    CORVANE_TEST_OPERATION(CalcNetworkInfo)
     CORVANE_TEST_OPERATION(SetDefaultDirMapToDisk)
     CORVANE_TEST_OPERATION(SetDefaultRaidMap)
     CORVANE_TEST_OPERATION(SetRaidIOStatInfo)
@@ -44,24 +40,20 @@ struct MonitorPhysicalUtilTestPeer {
     CORVANE_TEST_OPERATION(GetDiskIOInfoImpl)
     CORVANE_TEST_OPERATION(GetDiskIOInfo)
     CORVANE_TEST_OPERATION(CalcDiskIOInfo)
-    CORVANE_TEST_OPERATION(CalcRaidDiskIOInfo)
 #undef CORVANE_TEST_OPERATION
 
-    std::vector<std::string>& network_nic_name = monitor.m_network_nic_name;
-    std::map<std::string, NetworkInfo>& old_network_info = monitor.m_old_network_info;
-    std::map<std::string, NetworkInfo>& tiny_old_network_info = monitor.m_tiny_old_network_info;
-    std::map<std::string, NetworkInfo>& proc_old_network_info = monitor.m_proc_old_network_info;
-    std::vector<std::string>& cpu_core_name = monitor.m_cpu_core_name;
-    std::map<std::string, CPUInfo>& old_cpu_info = monitor.m_old_cpu_info;
-    std::map<std::string, CPUInfo>& old_tiny_cycle_cpu_info = monitor.m_old_tiny_cycle_cpu_info;
-    std::map<uint32_t, CPUInfo>& old_total_cpu_info = monitor.m_old_total_cpu_info;
-    std::map<uint32_t, ProcessCPUInfo>& old_process_cpu_info = monitor.m_old_process_cpu_info;
-    std::map<uint32_t, int>& process_max_thread_cpu_result_info_for_tiny_cycle =
+    decltype(monitor.m_network_nic_name)& network_nic_name = monitor.m_network_nic_name;
+    decltype(monitor.m_old_network_info)& old_network_info = monitor.m_old_network_info;
+    decltype(monitor.m_old_network_info)& tiny_old_network_info = monitor.m_tiny_old_network_info;
+    decltype(monitor.m_old_network_info)& proc_old_network_info = monitor.m_proc_old_network_info;
+    decltype(monitor.m_cpu_core_name)& cpu_core_name = monitor.m_cpu_core_name;
+    decltype(monitor.m_old_cpu_info)& old_cpu_info = monitor.m_old_cpu_info;
+    decltype(monitor.m_old_cpu_info)& old_tiny_cpu_info = monitor.m_old_tiny_cycle_cpu_info;
+    decltype(monitor.m_process_cpu_result_info)& tiny_thread_results =
         monitor.m_process_max_thread_cpu_result_info_for_tiny_cycle;
-    int32_t& total_disk_num = monitor.m_total_disk_num;
-    std::map<std::string, DiskIOInfo>& old_disk_io_info = monitor.m_old_disk_io_info;
-    std::map<std::string, std::string>& dir_to_disk_map = monitor.m_dir_to_disk_map;
-    std::map<std::string, std::vector<std::string>>& raid_to_disk_map = monitor.m_raid_to_disk_map;
+    decltype(monitor.m_old_disk_io_info)& old_disk_io_info = monitor.m_old_disk_io_info;
+    decltype(monitor.m_dir_to_disk_map)& dir_to_disk_map = monitor.m_dir_to_disk_map;
+    decltype(monitor.m_raid_to_disk_map)& raid_to_disk_map = monitor.m_raid_to_disk_map;
 };
 
 }  // namespace CorvaneCommon
