@@ -58,6 +58,7 @@ public:
 private:
     using Reports = std::vector<std::shared_ptr<const Report>>;
 
+    void Wake() const { eventfd_write(m_wake.Get(), 1); }
     void StartDaemon();
     void Watch(int descriptor) const;
     void WatchListener(bool watched) const;
@@ -102,7 +103,7 @@ WebServer::Service::Service(const WebSettings& settings)
     m_poll = Descriptor(epoll_create1(EPOLL_CLOEXEC));
     m_wake = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     Require(m_poll.Get() >= 0 && m_wake.Get() >= 0, "waiting for clients");
-    m_handler = std::make_unique<RequestHandler>(settings.password_file);
+    m_handler = std::make_unique<RequestHandler>(settings.password_file, [this] { Wake(); });
     StartDaemon();
     try {
         Watch(m_listener.socket.Get());
@@ -121,7 +122,7 @@ WebServer::Service::Service(const WebSettings& settings)
 
 WebServer::Service::~Service() {
     m_stop = true;
-    eventfd_write(m_wake.Get(), 1);
+    Wake();
     m_thread.join();
     m_handler->EndChecks();
     MHD_stop_daemon(m_daemon);
@@ -166,7 +167,7 @@ void WebServer::Service::Store(std::shared_ptr<const Report> report) {
         const std::lock_guard lock(m_mutex);
         m_reports.push_back(std::move(report));
     }
-    eventfd_write(m_wake.Get(), 1);
+    Wake();
 }
 
 void WebServer::Service::Run() {

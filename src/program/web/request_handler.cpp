@@ -1,6 +1,7 @@
 #include "web/request_handler.h"
 
 #include <charconv>
+#include <utility>
 
 namespace corvane::program {
 
@@ -38,7 +39,8 @@ Connection* ConnectionOf(MHD_Connection* client) {
     return static_cast<Connection*>(info->socket_context);
 }
 
-RequestHandler::RequestHandler(const std::string& password_file) {
+RequestHandler::RequestHandler(const std::string& password_file, std::function<void()> wake)
+    : m_wake(std::move(wake)) {
     if (!password_file.empty()) {
         m_passwords = std::make_unique<PasswordCheck>(password_file);
     }
@@ -105,9 +107,10 @@ bool RequestHandler::MayRead(MHD_Connection* client, Verdict& verdict) {
 void RequestHandler::QueueCheck(MHD_Connection* client, const std::string& user,
                                 const std::string& password) {
     Connection* const connection = ConnectionOf(client);
-    const auto done = [client, connection](Verdict found) {
+    const auto done = [this, client, connection](Verdict found) {
         connection->verdict = found;
         MHD_resume_connection(client);
+        m_wake();
     };
     MHD_suspend_connection(client);
     bool queued = false;

@@ -3,6 +3,7 @@
 
 #include <microhttpd.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -20,8 +21,9 @@ Connection* ConnectionOf(MHD_Connection* client);
 class RequestHandler {
 public:
     /// @param password_file empty: everybody may read
+    /// @param wake called on another thread when a suspended request can go on
     /// Throws std::runtime_error, see PasswordFile.
-    explicit RequestHandler(const std::string& password_file);
+    RequestHandler(const std::string& password_file, std::function<void()> wake);
 
     /// A new report for the clients. Throws std::bad_alloc; the past then shows a gap.
     void Add(std::shared_ptr<const Report> report) { m_content.Add(std::move(report)); }
@@ -41,6 +43,7 @@ private:
     void QueueCheck(MHD_Connection* client, const std::string& user, const std::string& password);
     static Answer Denial(Verdict verdict);
 
+    std::function<void()> m_wake;
     Content m_content;
     std::unique_ptr<PasswordCheck> m_passwords;
 };
