@@ -11,6 +11,7 @@
 #include <new>
 #include <nlohmann/json.hpp>
 #include <regex>
+#include <thread>
 
 #include "kernel.h"
 #include "kernel_names.h"
@@ -382,6 +383,7 @@ directories/1 null null "/run" null null null null
          [&] {
              m_kernel.Write("/run/db.pid", "db\n");
              m_kernel.Hang("");
+             std::this_thread::sleep_for(200ms);  // nobody waits for it any more
          },
          R"( disk_io:/run is absent: no block device is behind it, as on tmpfs or a network's file system
  process_cpu:/run/db.pid failed: its pid file holds no process number
