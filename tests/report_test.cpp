@@ -11,6 +11,7 @@
 #include <new>
 #include <nlohmann/json.hpp>
 #include <regex>
+#include <thread>
 
 #include "kernel.h"
 #include "kernel_names.h"
@@ -63,15 +64,14 @@ class Day : public ::testing::Test {
 protected:
     Day() {
         m_kernel.monotonic_us = 1000000000;
-        m_kernel.Write(
-            {{"/proc/meminfo",
-              "MemTotal: 1048576 kB\nMemFree: 524288 kB\nBuffers: 0 kB\nCached: 0 kB\n"
-              "Shmem: 0 kB\n"},
-             {"/proc/self/mountinfo",
-              "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n30 1 0:25 / /run rw - tmpfs tmpfs rw\n"},
-             {"/sys/devices/sda/sda1/partition", "1\n"},
-             {"/run/db.pid", DB + "\n"},
-             {"/etc/mtab", "/dev/sda1 / ext4 rw 0 0\ntmpfs /run tmpfs rw 0 0\n"}});
+        m_kernel.Write({{"/proc/meminfo",
+                         "MemTotal: 1048576 kB\nMemFree: 524288 kB\nBuffers: 0 kB\nCached: 0 kB\n"
+                         "Shmem: 0 kB\n"},
+                        {"/proc/self/mountinfo",
+                         "1 0 0:25 / / rw - tmpfs none rw\n30 1 0:25 / /run rw - tmpfs tmpfs rw\n"},
+                        {"/sys/devices/sda/sda1/partition", "1\n"},
+                        {"/run/db.pid", DB + "\n"},
+                        {"/etc/mtab", "/dev/sda1 / ext4 rw 0 0\ntmpfs /run tmpfs rw 0 0\n"}});
         m_kernel.MakeLink("/sys/dev/block/8:1", "../../devices/sda/sda1");
         m_kernel.MakeFolder("/usr");
         m_kernel.status["/"].st_dev = makedev(8, 1);
@@ -383,6 +383,7 @@ directories/1 null null "/run" null null null null
          [&] {
              m_kernel.Write("/run/db.pid", "db\n");
              m_kernel.Hang("");
+             std::this_thread::sleep_for(200ms);  // nobody waits for it any more
          },
          R"( disk_io:/run is absent: no block device is behind it, as on tmpfs or a network's file system
  process_cpu:/run/db.pid failed: its pid file holds no process number

@@ -157,6 +157,16 @@ std::string DirectoryCollector::MountTableTrouble(Clock::time_point now,
                   : std::string(MOUNT_TABLE) + " " + m_mount_table.Silence(now);
 }
 
+std::string DirectoryCollector::WhyNotRegistered(uint64_t device) const {
+    if (m_settings.compatible) {
+        return "no mount in /etc/mtab holds it";
+    }
+    return major(device) == 0
+               ? "/proc/self/mountinfo does not tell a device that is there"
+               : "device " + std::to_string(major(device)) + ":" + std::to_string(minor(device)) +
+                     " has no line in /proc/diskstats";
+}
+
 void DirectoryCollector::Register(Directory& directory, Clock::time_point now) {
     const char* path = directory.path.c_str();
     char disk[MONITOR_NAME_LENGTH] = {};
@@ -173,13 +183,8 @@ void DirectoryCollector::Register(Directory& directory, Clock::time_point now) {
         directory.io.Failed(NEW_DISK);
         m_since_of.emplace(directory.disk, now);
     } else {
-        const std::string number =
-            std::to_string(major(directory.device)) + ":" + std::to_string(minor(directory.device));
-        directory.io.Failed(
-            "its disk is not known: " +
-            WhyNothingCameOf(TABLE, m_settings.compatible
-                                        ? "no mount in /etc/mtab holds it"
-                                        : "device " + number + " has no line in /proc/diskstats"));
+        directory.io.Failed("its disk is not known: " +
+                            WhyNothingCameOf(TABLE, WhyNotRegistered(directory.device)));
     }
 }
 

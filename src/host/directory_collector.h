@@ -61,6 +61,7 @@ private:
     std::string MountTableTrouble(Clock::time_point now,
                                   std::chrono::steady_clock::time_point deadline);
     void Register(Directory& directory, Clock::time_point now);
+    std::string WhyNotRegistered(uint64_t device) const;
     static std::string WhyNotMeasured(const Directory& directory);
     static void TakeSpace(DirectoryFigures& figures, const PathAnswer& answer);
     void Note(const DirectoryFigures& figures, const Directory& directory,
