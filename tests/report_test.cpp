@@ -1,9 +1,7 @@
 // A day of a made-up machine through the loop: what its reports say, as a whole and where it
 // changes.
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 #include <sys/sysmacros.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
@@ -26,16 +24,9 @@
 
 namespace {
 
-time_t monitors_clock = 0;                    // that process times are taken by; 0: the real one
 thread_local int allocations_to_failure = 0;  // 0: none fails
 
 }  // namespace
-
-extern "C" int clock_gettime(clockid_t clock, struct timespec* time) noexcept {
-    *time = {monitors_clock, 0};
-    return monitors_clock == 0 ? static_cast<int>(syscall(SYS_clock_gettime, clock, time)) : 0;
-}
-asm(".hidden clock_gettime");  // the standard library goes on with the real one
 
 using corvane_test::InKernelCall;
 
@@ -71,14 +62,16 @@ const std::string CHILD = "4194403";
 class Day : public ::testing::Test {
 protected:
     Day() {
-        monitors_clock = 1000;
-        m_kernel.Write({{"/proc/meminfo",
-                         "MemTotal: 1048576 kB\nMemFree: 524288 kB\nBuffers: 0 kB\nCached: 0 kB\n"
-                         "Shmem: 0 kB\n"},
-                        {"/proc/self/mountinfo", "30 1 0:25 / /run rw - tmpfs tmpfs rw\n"},
-                        {"/sys/devices/sda/sda1/partition", "1\n"},
-                        {"/run/db.pid", DB + "\n"},
-                        {"/etc/mtab", "/dev/sda1 / ext4 rw 0 0\ntmpfs /run tmpfs rw 0 0\n"}});
+        m_kernel.monotonic_us = 1000000000;
+        m_kernel.Write(
+            {{"/proc/meminfo",
+              "MemTotal: 1048576 kB\nMemFree: 524288 kB\nBuffers: 0 kB\nCached: 0 kB\n"
+              "Shmem: 0 kB\n"},
+             {"/proc/self/mountinfo",
+              "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n30 1 0:25 / /run rw - tmpfs tmpfs rw\n"},
+             {"/sys/devices/sda/sda1/partition", "1\n"},
+             {"/run/db.pid", DB + "\n"},
+             {"/etc/mtab", "/dev/sda1 / ext4 rw 0 0\ntmpfs /run tmpfs rw 0 0\n"}});
         m_kernel.MakeLink("/sys/dev/block/8:1", "../../devices/sda/sda1");
         m_kernel.MakeFolder("/usr");
         m_kernel.status["/"].st_dev = makedev(8, 1);
@@ -86,8 +79,6 @@ protected:
         m_kernel.space["/"] = Space(1000, 400, 350);
         m_kernel.space["/run"] = Space(10, 10, 10);
     }
-
-    ~Day() override { monitors_clock = 0; }
 
     static struct statvfs Space(uint64_t blocks, uint64_t free, uint64_t available) {
         struct statvfs space = {};
@@ -113,18 +104,18 @@ protected:
                         {"/proc/net/dev", NetDevText({NicLine("lo", u, u, u, u),
                                                       NicLine("eth0", 1000000 * u, 10 * u, 0, 0),
                                                       NicLine(m_second, 0, 0, 2000 * u, u)})},
-                        {"/proc/diskstats", sda + DiskLine("sda1", u, u, u).replace(11, 1, "1")}});
+                        {"/proc/diskstats", sda + DiskLine("sda1", u, u, u, "8 1")}});
         for (const auto& [pid, name] : m_processes) {
             WriteProcess(pid, name);
         }
     }
 
     void WriteProcess(const std::string& pid, const std::string& name) {
-        std::string stat =
-            ProcessStatText(static_cast<uint32_t>(std::stoul(pid)), name, 25 * m_uptime, 0);
-        stat = std::regex_replace(stat, std::regex(" 100 0 0\n"), " " + m_started + " 0 0\n");
-        stat =
-            std::regex_replace(stat, std::regex("S 1 "), pid == CHILD ? "S " + DB + " " : "S 1 ");
+        std::string stat = ProcessStatText(static_cast<uint32_t>(std::stoul(pid)), name,
+                                           25 * m_uptime, 0, 0, 0, m_started);
+        if (pid == CHILD) {
+            stat = std::regex_replace(stat, std::regex("S 1 "), "S " + DB + " ");
+        }
         m_kernel.Write({{"/proc/" + pid + "/stat", stat},
                         {"/proc/" + pid + "/task/" + pid + "/stat", stat},
                         {"/proc/" + pid + "/task/" + pid + "/comm", name + "\n"},
@@ -144,7 +135,7 @@ protected:
     Report After(std::chrono::seconds time) {
         m_now += time;
         m_uptime += static_cast<uint64_t>(time.count());
-        monitors_clock += time.count();
+        m_kernel.monotonic_us += std::chrono::microseconds(time).count();
         WriteMachine();
         for (const auto& [path, text] : m_instead) {
             text == "none" ? m_kernel.Remove(path) : m_kernel.Write(path, text);
@@ -199,7 +190,7 @@ protected:
     uint64_t m_replaced = 0;  // the disk
     uint64_t m_cores = 2;
     std::string m_second = "ens9";
-    std::string m_started = "100";
+    uint64_t m_started = 100;
     std::map<std::string, std::string> m_processes = {{WEB, "web server"}, {DB, "db"}};
     KernelFiles m_instead;  // of what the machine has written
     Kernel m_kernel;
@@ -292,7 +283,7 @@ Directory               Disk         Busy %   Ops/s     Used     Free      Size
 /                       sda1             10       5 2.34 MiB 1.37 MiB  3.91 MiB
 /run                    none           none    none      0 B 40.0 KiB  40.0 KiB
 Process                  PID Command          CPU %  Thread % Resident  Virtual
-4194401              4194401 web server          25        25    2 MiB    4 MiB
+4194401              4194401 web server          25        25 2.00 MiB 4.00 MiB
 )");
 }
 
@@ -310,7 +301,7 @@ TEST_F(Day, History) {
              m_cores = 1;
              m_second = "ens8";
              m_replaced = m_uptime;
-             m_started = "101";
+             m_started = 101;
              m_processes[CHILD] = "child";
              m_kernel.Write(group + "/cgroup.procs", CHILD + "\n");
              m_kernel.Write(group + "/workers/cgroup.procs", DB + "\n");
@@ -500,7 +491,7 @@ TEST_F(Day, SingleFaults) {
         allocations_to_failure = nth;
         try {
             m_now += 1s;
-            ++monitors_clock;
+            m_kernel.monotonic_us += 1000000;
             m_loop->RunDue(m_now);
         } catch (const std::bad_alloc&) {
             ++thrown;
