@@ -74,10 +74,12 @@ if(CORVANE_BUILD_PROGRAM)
     install(TARGETS corvane-monitor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES ${PROJECT_SOURCE_DIR}/docs/corvane-monitor.1
             DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-    install(FILES ${PROJECT_SOURCE_DIR}/docs/outputs.md DESTINATION ${CORVANE_DOC_DIR})
+    install(FILES ${PROJECT_SOURCE_DIR}/docs/outputs.md ${PROJECT_SOURCE_DIR}/docs/fleet.md
+            DESTINATION ${CORVANE_DOC_DIR})
     # Rules and dashboards, to be named in a server's configuration.
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/contrib/prometheus ${PROJECT_SOURCE_DIR}/contrib/grafana
-            DESTINATION ${CORVANE_DATA_DIR} OPTIONAL)
+            DESTINATION ${CORVANE_DATA_DIR}
+            PATTERN tidy EXCLUDE)
     set(CORVANE_FULL_SYSCONFDIR "${CMAKE_INSTALL_SYSCONFDIR}")
     if(NOT IS_ABSOLUTE "${CORVANE_FULL_SYSCONFDIR}")
         string(PREPEND CORVANE_FULL_SYSCONFDIR "${CMAKE_INSTALL_PREFIX}/")

@@ -13,27 +13,27 @@ TEST_PACKAGES=("${PACKAGE_PACKAGES[@]}" libgtest-dev libgmock-dev clang libclang
     python3 iproute2 strace openssl chromium chromium-driver)
 LINT_PACKAGES=(clang-format clang-tidy cppcheck doxygen shellcheck pyflakes3)
 
-# Runs apt-get as root, with its progress as a line at each tenth part. What it says otherwise is
-# shown when it fails.
+# Runs apt-get as root and shows its progress in steps. What else it says is shown when it fails; it
+# has a place of its own, because apt does not wait for a reader of its progress.
 as_root_apt_get() {
-    local sudo=() log
+    local sudo=() log=build/apt.log
     if ((EUID != 0)); then
         command -v sudo >/dev/null || fail "needs root or sudo for apt-get $*"
         sudo=(sudo)
     fi
-    log=$(mktemp)
-    if ! "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -y -o APT::Status-Fd=1 \
-        -o Dpkg::Use-Pty=0 -o DPkg::Lock::Timeout=300 "$@" </dev/null 2>&1 |
-        awk -F: -v log_file="$log" -v command="$1" '
-            !/^(dl|pm)status:/ { print >log_file; next }
+    mkdir -p build
+    rm -f "$log"
+    # shellcheck disable=SC2016
+    if ! "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive sh -c 'log=$1; shift; exec apt-get -qq -y \
+        -o APT::Status-Fd=3 -o Dpkg::Use-Pty=0 -o DPkg::Lock::Timeout=300 "$@" \
+        3>&1 >"$log" 2>&1 </dev/null' sh "$log" "$@" |
+        awk -F: -v command="$1" '
             command == "update" { next }
             { step = ($1 == "dlstatus" ? "download" : "installation") " " int($3 / 10) * 10 " %" }
             step != last { print "  " step; fflush(); last = step }' >&2; then
         tail -n 20 "$log" >&2
-        rm -f "$log"
-        fail "apt-get $* failed"
+        fail "apt-get $* failed: $log"
     fi
-    rm -f "$log"
 }
 
 # Installs the Debian packages that are missing; says nothing when none is.

@@ -325,18 +325,6 @@ TEST_F(Disk, LoadOfAListTakesEachDiskOnceAndEachArrayPerDirectory) {
     EXPECT_EQ(kernel.Count(KernelCall::Open), 2);  // one a directory
 }
 
-TEST_F(Disk, BeyondTheBufferIsNotThere) {
-    const std::string last = DiskLine("sdb", 7, 7, 7);
-    // Cut off, cut before the newline, complete.
-    for (const size_t kept : {size_t{0}, last.size() - 1, last.size()}) {
-        kernel.Write("/proc/diskstats", std::string(40959 - kept, '\n') + last);
-        Start();
-        log = nullptr;
-        EXPECT_EQ(Register({"/data"}), kept == last.size() ? "disks sdb" : "");
-        EXPECT_EQ(Measure("/data"), kept == last.size() ? "/data sdb 0 0" : "WRONG");
-    }
-}
-
 TEST_F(Disk, SpaceIsTheHostsFigure) {
     const std::string deep = "/" + std::string(200, 'd');
     kernel.MakeFolder(deep);

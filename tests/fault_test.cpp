@@ -3,6 +3,7 @@
 // After a fault the status is a defined one, nothing stays open or allocated, and on a healthy
 // kernel the monitor gives what a monitor gives that never met the fault.
 #include <pthread.h>
+#include <sys/sysmacros.h>
 
 #include <atomic>
 #include <cerrno>
@@ -62,6 +63,7 @@ namespace {
 using CorvaneCommon::CMonitorPhysicalUtil;
 
 const char* PATHS[] = {"/data", "/srv/files"};
+const char* NAMES[] = {"eth0", "the name of no interface"};
 
 /// The kernel's texts after `t` seconds of steady load. Once something was unplugged, the last core
 /// and the last interface are gone.
@@ -77,11 +79,16 @@ KernelFiles FilesAt(uint64_t t, bool unplugged = false) {
             {"/proc/meminfo",
              "MemTotal: 5000 k\nMemFree: 1 k\nBuffers: 1 k\nCached: 1 k\nShmem: 1 k\n"},
             {"/proc/net/dev", nics},
-            {"/proc/diskstats",
-             DiskLine("sda", 10 * t, 5 * t, 300 * t) + DiskLine("sdb", 20 * t, 5 * t, 400 * t) +
-                 DiskLine("sdc", 30 * t, 5 * t, 500 * t) + DiskLine("md0", 50 * t, 5 * t, 0)},
+            {"/proc/diskstats", DiskLine("sda", 10 * t, 5 * t, 300 * t) +
+                                    DiskLine("sda1", t, 0, t, "8 1") +
+                                    DiskLine("sdb", 20 * t, 5 * t, 400 * t, "8 16") +
+                                    DiskLine("sdc", 30 * t, 5 * t, 500 * t, "8 32") +
+                                    DiskLine("md0", 50 * t, 5 * t, 0, "9 0")},
             {"/proc/mdstat", "md0 : active raid1 sdc[1] sdb[0]\n"},
             {"/etc/mtab", "/dev/md0 /srv ext4 rw 0 0\n/dev/sda1 / ext4 rw 0 0\n"},
+            {"/proc/self/mountinfo", "1 0 0:40 / / rw - btrfs /dev/sda1 rw\n"},
+            {"/dev/sda1", ""},
+            {"/sys/block/sda/sda1/partition", "1\n"},
             {"/data/x", ""},
             {"/srv/files/deep/x", ""},
             {"/proc/1/stat", ProcessStatText(PID, "server", 30 * t, 3 * t)},
@@ -125,15 +132,25 @@ const Operation OPERATIONS[] = {
     OPERATION(GoesOn, CalcDiskIOMonitorInfo(PATHS[1], 1, true, log)),
     OPERATION(GoesOn, CalcDiskIOMonitorInfo({PATHS[0], PATHS[1]}, 1, true, log)),
     OPERATION(Fails, GetDiskMonitorInfo(&out.space, PATHS[0], log)),
+    OPERATION(GoesOn, SetStrictReading(true, log)),
+    OPERATION(GoesOn, SetNetworkInterfaces(NAMES, 2, log)),
 };
 
 /// A monitor with baselines at second 1, and the texts that it sees. What comes at second 1 again
 /// moves no figure, so it does not matter to later figures whether it failed.
 struct Scene : Host {
-    Scene(const Operation& measured, bool is_unplugged)
+    Scene(const Operation& measured, bool is_unplugged, bool strict)
         : operation(measured), unplugged(is_unplugged) {
         paths = {PATHS[0], PATHS[1]};
+        kernel.status["/srv"].st_dev = makedev(9, 0);
+        kernel.status["/dev/sda1"].st_mode = S_IFBLK;
+        kernel.status["/dev/sda1"].st_rdev = makedev(8, 1);
         Boot(FilesAt(1));
+        kernel.MakeLink("/sys/dev/block/8:1", "../../block/sda/sda1");
+        kernel.monotonic_us = 1000000;
+        if (strict) {
+            m->SetStrictReading(true, nullptr);
+        }
         if (operation.habit != Registers) {
             m->SetDiskInfo(PATHS, 2, nullptr);
         }
@@ -150,6 +167,7 @@ struct Scene : Host {
     /// for a fault lists disks in another order.
     std::string At(uint64_t time) {
         kernel.Write(FilesAt(time, unplugged));
+        kernel.monotonic_us = static_cast<int64_t>(time) * 1000000;
         m->ClearCPUPhasedCacheValue(nullptr);
         m->ClearProcessCPUPhasedCacheValue(nullptr);
         m->ClearNetWorkPhasedCacheValue(nullptr);
@@ -173,9 +191,9 @@ struct Fault {
 
 /// Makes the n-th call or allocation fail during the operation, if there are as many, and expects
 /// of the interval after the next what an undisturbed monitor gives. False when there are fewer.
-bool Meet(const Operation& operation, bool unplugged, const Fault& fault, int nth,
+bool Meet(const Operation& operation, bool unplugged, bool strict, const Fault& fault, int nth,
           const std::string& undisturbed) {
-    Scene scene(operation, unplugged);
+    Scene scene(operation, unplugged, strict);
     scene.log = fault.logged ? scene.log : nullptr;
     scene.kernel.ResetCounts();
     if (fault.call) {
@@ -200,7 +218,7 @@ bool Meet(const Operation& operation, bool unplugged, const Fault& fault, int nt
         EXPECT_EQ(scene.records.texts.empty(), !fault.logged);
     }
     scene.At(2);  // at most one rediscovery
-    if (scene.inside->network_nic_name.empty()) {
+    if (scene.inside->network_nic_name.empty() && !strict && operation.habit == Rediscovers) {
         // One that failed. An empty list of interfaces is never found to be incomplete.
         EXPECT_EQ(StatusName(status), "WRONG");
     } else {
@@ -217,26 +235,27 @@ TEST(Fault, EveryOneOfEveryOperation) {
     }
     int of_kernel = 0;
     int of_allocator = 0;
-    for (const Operation& operation : OPERATIONS) {
-        for (const bool unplugged : {false, true}) {
-            if (unplugged && operation.habit != Rediscovers) {
-                continue;
-            }
-            Scene scene(operation, unplugged);
-            scene.Now();
-            scene.At(2);
-            const std::string undisturbed = scene.At(3);
-            for (const Fault& fault : faults) {
-                bool met = true;
-                for (int nth = 1; met && !testing::Test::HasFailure(); ++nth) {
-                    SCOPED_TRACE(testing::Message()
-                                 << operation.name << ", fault " << &fault - &faults[0]
-                                 << ", number " << nth << ", unplugged " << unplugged);
-                    const int64_t live = live_allocations;
-                    met = Meet(operation, unplugged, fault, nth, undisturbed);
-                    EXPECT_EQ(live_allocations, live);
-                    (fault.call ? of_kernel : of_allocator) += met ? 1 : 0;
-                }
+    for (int i = 0; i < 4 * static_cast<int>(std::size(OPERATIONS)); ++i) {
+        const Operation& operation = OPERATIONS[i / 4];
+        const bool unplugged = i % 2 == 1;
+        const bool strict = i / 2 % 2 == 1;
+        if (unplugged && operation.habit != Rediscovers) {
+            continue;
+        }
+        Scene scene(operation, unplugged, strict);
+        scene.Now();
+        scene.At(2);
+        const std::string undisturbed = scene.At(3);
+        for (const Fault& fault : faults) {
+            bool met = true;
+            for (int nth = 1; met && !testing::Test::HasFailure(); ++nth) {
+                SCOPED_TRACE(testing::Message()
+                             << operation.name << ", fault " << &fault - &faults[0] << ", number "
+                             << nth << ", unplugged " << unplugged << ", strict " << strict);
+                const int64_t live = live_allocations;
+                met = Meet(operation, unplugged, strict, fault, nth, undisturbed);
+                EXPECT_EQ(live_allocations, live);
+                (fault.call ? of_kernel : of_allocator) += met ? 1 : 0;
             }
         }
     }
@@ -244,19 +263,67 @@ TEST(Fault, EveryOneOfEveryOperation) {
     EXPECT_GT(of_allocator, 40);
 }
 
-TEST(Fault, EveryKernelCallOfConstructionLeavesAUsableMonitor) {
-    for (const KernelCall call : {KernelCall::Open, KernelCall::Read}) {
-        for (const int nth : {1, 2}) {
-            Host host;
-            host.kernel.Fail(call, nth, EMFILE);
-            host.Boot(FilesAt(1));
-            // The first open is the interfaces', the second the cores', which are found again.
-            EXPECT_EQ(host.inside->network_nic_name.empty(), nth == 1);
-            EXPECT_EQ(host.See([&] { return host.m->CalcCPUMonitorInfo(true, nullptr); }),
-                      nth == 1 ? "" : "WRONG; cpu 3 0; tiny cpu 3 0");
-            EXPECT_EQ(host.See([&] { return host.m->CalcNetworkMonitorInfo(1, true, nullptr); }),
-                      "");
+// Files beyond the length that the compatible reading sees: 1,024 cores, 2,000 interfaces and
+// disks.
+TEST(Fault, StrictPassesOverLongFilesAllocateNothing) {
+    constexpr uint32_t COUNT = 2000;
+    constexpr int64_t NEVER = 1LL << 60U;
+    Host host;
+    CMonitorPhysicalUtil*& m = host.m;
+    std::vector<std::string> paths;
+    std::vector<const char*> directories;
+    for (uint32_t i = 0; i < COUNT; ++i) {
+        paths.push_back("/a directory of its own/" + std::to_string(i));
+        host.kernel.MakeFolder(paths.back());
+        host.kernel.status[paths.back()].st_dev = makedev(8, i);
+    }
+    for (const std::string& path : paths) {
+        directories.push_back(path.c_str());
+    }
+    const auto elapse = [&](uint64_t t) {
+        std::vector<Core> cores;
+        std::string nics;
+        std::string disks;
+        for (uint32_t i = 0; i < COUNT; ++i) {
+            const std::string number = std::to_string(i);
+            nics += NicLine("if" + number, (1000 + i) * t, t, 0, 0);
+            disks += DiskLine("disk" + number, i * t, 0, (i % 100) * 10 * t, "8 " + number);
+            if (i < 1024) {
+                cores.push_back({"cpu" + number, (i % 100) * t, (100 - i % 100) * t});
+            }
         }
+        host.kernel.Write({{"/proc/stat", StatText(cores)},
+                           {"/proc/net/dev", NetDevText({nics})},
+                           {"/proc/diskstats", disks}});
+    };
+    elapse(0);
+    host.Start();
+    EXPECT_EQ(m->SetStrictReading(true, nullptr), 0);
+    EXPECT_EQ(m->SetDiskInfo(directories.data(), COUNT, nullptr), 0);
+    for (uint64_t t = 1; t <= 2; ++t) {
+        elapse(t);
+        allocations_to_failure = NEVER;
+        EXPECT_EQ(m->CalcCPUMonitorInfo(true, nullptr), 0);
+        EXPECT_EQ(m->CalcCPUMonitorInfoForTinyCycle(true, nullptr), 0);
+        EXPECT_EQ(m->CalcNetworkMonitorInfo(1, true, nullptr), 0);
+        EXPECT_EQ(m->CalcNetworkMonitorInfoForTinyCycle(1, true, nullptr), 0);
+        EXPECT_EQ(m->CalcDiskIOMonitorInfo(directories, 1, true, nullptr), 0);
+        EXPECT_TRUE(t == 1 || allocations_to_failure == NEVER) << NEVER - allocations_to_failure;
+        allocations_to_failure = 0;
+    }
+    CorvaneCommon::CPUInfoResult cpu;
+    m->GetCPUMonitorInfo(&cpu, nullptr);
+    EXPECT_EQ(cpu.cpu_core_num, 1024U);
+    EXPECT_EQ(cpu.cpu_utilization, 10 * 4950U + 23 * 12);
+    std::vector<CorvaneCommon::NetworkInterfaceInfo> interfaces;
+    m->GetNetworkInterfaceInfo(interfaces, nullptr);
+    ASSERT_EQ(interfaces.size(), COUNT);
+    for (uint32_t i = 0; i < COUNT; ++i) {
+        CorvaneCommon::DiskIOInfoResult disk;
+        EXPECT_EQ(m->GetDiskIOMonitorInfo(&disk, directories[i], nullptr), 0);
+        EXPECT_EQ(disk.disk_iops, i);
+        EXPECT_EQ(disk.disk_io_rate, i % 100);
+        EXPECT_EQ(interfaces[i].input_bytes, 1000 + i);
     }
 }
 
@@ -274,8 +341,8 @@ TEST(Fault, NoOperationOverflowsASmallStack) {
     pthread_setattr_default_np(&small);
     std::thread([] {
         for (const Operation& operation : OPERATIONS) {
-            for (const bool unplugged : {false, true}) {
-                Scene(operation, unplugged).Now();
+            for (const bool unplugged_or_strict : {false, true}) {
+                Scene(operation, unplugged_or_strict, unplugged_or_strict).Now();
             }
         }
     }).join();

@@ -3,6 +3,7 @@
 #include <spdlog/fmt/fmt.h>
 
 #include "live_layout.h"
+#include "scaled_text.h"
 
 namespace corvane::program {
 
@@ -63,7 +64,7 @@ TEST(LiveView, CountsWhatDoesNotFitAndReachesIt) {
     LiveState state = {80, 24, 0, true, false, false, std::chrono::seconds(61)};
     std::string all = Text(state);
     std::vector<std::string> expected = {"  paused figures are 61 s old\n",
-                                         "40 interfaces, 1 note, 1 graph more below",
+                                         "40 interfaces, 1 graph, 1 note more below",
                                          "! hidden by hidepid",
                                          "! process 10 CPU not measured: cannot read stat",
                                          "Memory 512MiB of 1.00GiB, 50 %*",

@@ -170,6 +170,7 @@ TEST_F(Network, InterfacesComeAndGo) {
     const std::string both = Nics("eth0 1 1, eth1 1 1");
     const std::string eth1 = Nics("eth1 1 1");
     const std::vector<std::array<std::string, 3>> steps = {
+        {"eth0: 1", "WRONG; eth0: 1 Can not find \\n after eth0.", "eth0 eth1 "},
         {eth1 + Nics("eth0 1 1"), Missing("eth1"), "eth1 eth0 "},  // only the order
         {Nics("eth0 1 1"), Missing("eth1"), "eth0 "},
         {both, "", "eth0 "},  // a new one is not noticed until another goes

@@ -44,7 +44,8 @@ class Monitor:
 
     def __exit__(self, *_):
         self._process.terminate()
-        self._process.communicate()
+        errors = self._process.communicate()[1]
+        assert self._process.returncode == 0, errors
 
     def ask(self, path, method="GET", headers=None):
         """Status, headers and body."""

@@ -114,6 +114,10 @@ TEST_F(ProcessCpu, RecordsStandInTheOrderOfTheWork) {
                       "utime:0, stime:0");
     }
     EXPECT_EQ(sample.pid, PID);
+    kernel.clock_step_us = 10001;
+    EXPECT_EQ(AFTER((KernelFiles{{STAT, "x"}}), read()),
+              "FAILED; TRACE ReadFromFile succeed, file: /proc/1/stat.; WARN read /proc/1/stat "
+              "costtime:10001us; sscanf failed, file: /proc/1/stat, buf: x.");
 }
 
 TEST_F(ProcessCpu, PercentOfOneCoreRoundedUp) {

@@ -1,3 +1,4 @@
+#!/usr/bin/env python3
 """The program from the outside: processes, terminals, sockets, and what its outputs say.
 
 Usage: program_test.py PATH-OF-CORVANE-MONITOR [CLASS[.TEST]...]
@@ -13,7 +14,6 @@ import resource
 import select
 import shutil
 import signal
-import socket
 import struct
 import subprocess
 import sys
@@ -22,12 +22,9 @@ import termios
 import time
 import unicodedata
 import unittest
-import urllib.error
-import urllib.parse
 import urllib.request
 
 PROGRAM = os.path.abspath(sys.argv.pop(1)) if len(sys.argv) > 1 else sys.exit(__doc__)
-CONTRIB = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "contrib", "prometheus")
 os.environ["PATH"] = os.environ.get("PATH", os.defpath) + ":/usr/sbin:/sbin"
 LIBC = ctypes.CDLL(None, use_errno=True)
 NEW_NAMESPACE, NEW_USERS = 0x00020000, 0x10000000  # CLONE_NEWNS, CLONE_NEWUSER
@@ -111,15 +108,17 @@ class ProgramTest(unittest.TestCase):
         """The program, with its outputs in files: read them with output() and errors()."""
         names = [tempfile.mkstemp(dir=self.folder)[1] for _ in range(2)]
         with open(names[0], "wb") as out, open(names[1], "wb") as err:
-            process = self.spawn(*command, *arguments, **{"stdout": out, "stderr": err, **settings})
+            settings = {"stdout": out, "stderr": err, **settings}
+            process = self.spawn(*command, *arguments, **settings)
         process.out, process.err = names
         return process
 
     def start_in_namespace(self, change, *arguments, **settings):
         try:
-            return self.start(*arguments, preexec_fn=in_namespace(change), close_fds=False, **settings)
+            return self.start(*arguments, preexec_fn=in_namespace(change), close_fds=False,
+                              **settings)
         except (subprocess.SubprocessError, OSError) as error:
-            raise unittest.SkipTest("mounting in a namespace of its own is not allowed") from error
+            raise unittest.SkipTest("mounts in a namespace of its own are not possible here") from error
 
     @staticmethod
     def output(process):
@@ -160,13 +159,14 @@ class ProgramTest(unittest.TestCase):
     def listen(self, *arguments):
         """Starts the program; gives the process, with .address"""
         process = self.start("--listen", "127.0.0.1:0", *arguments, "1")
-        found = self.until(lambda: re.search(r"http://([^/ ]+)", self.errors(process)), "an address")
-        process.address = found[1]
+        told = self.until(lambda: re.search(r"http://([^/ ]+)", self.errors(process)), "an address")
+        process.address = told[1]
         return process
 
     @staticmethod
     def get(url):
-        with urllib.request.urlopen(url, timeout=10) as answer:
+        direct = urllib.request.build_opener(urllib.request.ProxyHandler({}))
+        with direct.open(url, timeout=10) as answer:
             return answer.read().decode()
 
     def scrape(self, process):
@@ -226,14 +226,15 @@ class Arguments(ProgramTest):
         out, err = self.run_program(stdin=None, env={})
         self.assertEqual((1, ""), (out.count("peaks of the last 1 s"), err))
         self.assertGreater(time.monotonic() - begin, 0.9)
-        self.assertEqual(2, self.run_program("--pid", f"{os.getpid()}", "1", "2")[0].count("peaks"))
+        out = self.run_program("--pid", f"{os.getpid()}", "1", "2")[0]
+        self.assertEqual(2, out.count("peaks"))
 
     def test_what_is_watched_by_name_need_not_run(self):
         pid_file = self.path("pid")
         process = self.start("--pid-file", pid_file, "--unit", "no-such", "--format", "json", "1")
         rows = self.first_report(process)["processes"]
-        self.assertEqual([(pid_file, False, None)] * 1 + [("no-such", False, None)],
-                         [(row["process"], row["running"], row["cpu_peak_percent"]) for row in rows])
+        self.assertEqual([(pid_file, False, None), ("no-such", False, None)], [
+            (row["process"], row["running"], row["cpu_peak_percent"]) for row in rows])
         self.assertEqual([], [name for name in self.first_report(process)["failed"]
                               if name.startswith("process")])
         shutil.copy("/proc/self/stat", pid_file)  # begins with a number
@@ -254,7 +255,8 @@ class Figures(ProgramTest):
         self.assertIn(row["busiest_thread_peak_percent"], range(1, 101))
         resident = int(re.search(r"VmRSS:\s+(\d+)", read(f"/proc/{busy.pid}/status"))[1])
         self.assertAlmostEqual(resident / 1024, row["resident_mib"], delta=1)
-        memory = {name: int(kib) for name, kib in re.findall(r"(\w+):\s+(\d+)", read("/proc/meminfo"))}
+        memory = re.findall(r"(\w+):\s+(\d+)", read("/proc/meminfo"))
+        memory = {name: int(kib) for name, kib in memory}
         self.assertEqual(memory["MemTotal"] // 1024, last["memory"]["total_mib"])
         used = (memory["MemTotal"] + memory["Shmem"] - memory["MemFree"] - memory["Buffers"]
                 - memory["Cached"])
@@ -262,7 +264,8 @@ class Figures(ProgramTest):
                                delta=memory["MemTotal"] / 10 + 200000)
         space, row = os.statvfs("/"), last["directories"][0]
         self.assertEqual(space.f_blocks * space.f_frsize, row["total_bytes"])
-        self.assertAlmostEqual(space.f_bavail * space.f_frsize, row["available_bytes"], delta=2**31)
+        self.assertAlmostEqual(space.f_bavail * space.f_frsize, row["available_bytes"],
+                               delta=2**31)
         self.assertEqual(set(os.listdir("/sys/class/net")) - {"lo", "bonding_masters"},
                          {row["name"] for row in last["network"]["interfaces"]})
 
@@ -289,6 +292,8 @@ class Figures(ProgramTest):
 
     def test_a_process_that_ends_while_it_is_read(self):
         strace, watched = tool("strace"), self.spawn(tool("sleep"), "60")
+        if subprocess.run([strace, "-o", "/dev/null", tool("true")], capture_output=True).returncode:
+            self.skipTest("processes may not be traced here")
         environment = {"ASAN_OPTIONS": "detect_leaks=0"}  # which is not for traced processes
         for name in ("comm", "stat", "status"):
             self.run_program("--pid", f"{watched.pid}", "1", "1", env=environment, command=(
@@ -377,7 +382,11 @@ class Ending(ProgramTest):
         self.assertRegex(err, r"Bad file descriptor\n$")
 
     def test_without_descriptors(self):
-        processes = [self.start("--format", "json", "1"), self.start("--listen", "127.0.0.1:0", "1")]
+        with open(PROGRAM, "rb") as program:
+            if b"__ubsan_" in program.read():
+                self.skipTest("the sanitizer needs descriptors of its own")
+        processes = [self.start(*output, "1") for output in
+                     (("--format", "json"), ("--listen", "127.0.0.1:0"))]
         self.first_report(processes[0])
         for process in processes:
             resource.prlimit(process.pid, resource.RLIMIT_NOFILE, (0, 0))
@@ -456,9 +465,13 @@ class Names(ProgramTest):
     def test_metrics(self):
         process = self.listen(*self.arguments)
         text = self.scrape(process)
-        for line in text.split("\n")[:-1]:
-            self.assertRegex(line, r"^(# (HELP|TYPE) [a-z_]+ .*|[a-z_]+(\{.*\})? [-+0-9.eNan]+)$")
         self.assertEqual(len(self.directories), text.count("\ncorvane_directory_size_bytes{"))
+        err = self.run_program("--listen", process.address, status=1)[1]
+        self.assertRegex(err, r"^corvane-monitor: cannot listen on .*\n$")
+        self.ends(process, signal.SIGTERM)
+        check = subprocess.run([tool("promtool"), "check", "metrics"], input=text.encode(),
+                               capture_output=True)
+        self.assertEqual((0, b"", b""), (check.returncode, check.stdout, check.stderr))
 
 
 class Log(ProgramTest):
@@ -472,7 +485,7 @@ class Log(ProgramTest):
         seen = {}
         for level, process in processes.items():
             self.assertEqual(0, process.wait(10))
-            seen[level] = set(re.findall(r"(?m)^[-0-9]+ [:.0-9]+ ([A-Z]+) \S*src/", self.errors(process)))
+            seen[level] = set(re.findall(r"(?m)^\S+ \S+ ([A-Z]+) \S*src/", self.errors(process)))
         self.assertEqual((set(), set(), {"ERROR"}), (seen["off"], seen["fatal"], seen["error"]))
         self.assertLessEqual(seen["error"], seen["trace"])
         self.assertEqual(0, to_file.wait(10))
@@ -480,75 +493,6 @@ class Log(ProgramTest):
         self.assertRegex(read(self.path("log")), r" ERROR \S*src/.*\n$")
         err = self.run_program("--log-level", "error", "--log-file", self.folder, status=1)[1]
         self.assertRegex(err, r"^corvane-monitor: .*" + self.folder)
-
-
-class Listening(ProgramTest):
-    def test_scrape(self):
-        process = self.listen("--dir", "/")
-        text = self.scrape(process)
-        check = subprocess.run([tool("promtool"), "check", "metrics"], input=text.encode(),
-                               capture_output=True)
-        self.assertEqual((0, b"", b""), (check.returncode, check.stdout, check.stderr))
-        err = self.run_program("--listen", process.address, status=1)[1]
-        self.assertRegex(err, r"^corvane-monitor: cannot listen on .*\n$")
-        self.ends(process, signal.SIGTERM)
-
-    def test_rules(self):
-        for arguments in (("check", "config", "--lint=all", "--lint-fatal", "scrape.yml"),
-                          ("check", "rules", "--lint=all", "--lint-fatal", "recording_rules.yml",
-                           "alerting_rules.yml"), ("test", "rules", "rules_test.yml")):
-            done = subprocess.run([tool("promtool"), *arguments], cwd=CONTRIB, capture_output=True)
-            self.assertEqual(0, done.returncode, (done.stdout + done.stderr).decode())
-        alerts = read(os.path.join(CONTRIB, "alerting_rules.yml"))
-        recorded = read(os.path.join(CONTRIB, "recording_rules.yml"))
-        tests = read(os.path.join(CONTRIB, "rules_test.yml"))
-        source = read(os.path.join(CONTRIB, "../../src/metrics/report_metrics.cpp"))
-        for name in set(re.findall(r"\bcorvane_[a-z_]+", alerts + recorded)):
-            self.assertTrue(f'"{name}"' in source or re.search(f"record: .*:{name}", recorded),
-                            name + " is a rule on no metric")
-        for alert in re.findall(r"alert: (.*)", alerts):
-            self.assertRegex(tests, rf"alertname: {alert}\n.*\n? *exp_alerts:\n", "never firing")
-
-    def test_server(self):
-        prometheus = tool("prometheus")
-        directory = os.path.join(os.fsencode(self.folder), b'a "quoted\\ \xff\ndirectory')
-        os.mkdir(directory)
-        process = self.listen("--dir", "/", "--dir", directory)
-        for name in ("scrape.yml", "recording_rules.yml", "alerting_rules.yml"):
-            text = read(os.path.join(CONTRIB, name))
-            text = re.sub(r"(?m)^( *(?:scrape_|evaluation_)(?:interval|timeout):).*", r"\1 1s", text)
-            text = re.sub(r"(?s)- targets:.*?\n\n|- targets:.*?\Z",
-                          f"- targets: ['{process.address}']\n\n", text)
-            with open(self.path(name), "w") as file:
-                file.write(text)
-        with socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            server = f"127.0.0.1:{free.getsockname()[1]}"
-        self.start(f"--config.file={self.path('scrape.yml')}", f"--web.listen-address={server}",
-                   f"--storage.tsdb.path={self.path('data')}", command=(prometheus,))
-
-        def ask(path, **query):
-            try:
-                url = f"http://{server}/api/v1/{path}?{urllib.parse.urlencode(query)}"
-                return json.loads(self.get(url))["data"]
-            except (OSError, urllib.error.URLError):
-                return {"result": []}
-
-        def values(expression, label=None):
-            rows = ask("query", query=expression)["result"]
-            return {row["metric"].get(label) if label else row["value"][1] for row in rows}
-
-        for expression, value in (("corvane_up", "1"), ('up{job="corvane"}', "1"),
-                                  ("instance:corvane_memory_used:ratio > bool 0", "1")):
-            self.until(lambda: values(expression) == {value}, expression, 30)
-        self.assertEqual({"/", directory.decode(errors="replace")},
-                         values("corvane_directory_size_bytes", "directory"))
-        groups = ask("rules")["groups"]
-        self.assertEqual(2, len(groups))
-        self.assertEqual([], [rule["name"] for group in groups for rule in group["rules"]
-                              if rule["health"] == "err"])
-        self.ends(process, signal.SIGTERM)
-        self.until(lambda: values("up") == {"0"}, "down", 30)
 
 
 class LiveView(ProgramTest):
@@ -577,10 +521,12 @@ class LiveView(ProgramTest):
             self.assertIn(part, text)
         for rows, width in ((12, 40), (5, 20), (1, 1), (100, 300), (24, 80)):
             self.resize(terminal, rows, width)
-            text = drawn(terminal, 0.5)
-            places = re.findall(r"\x1b\[(\d+)(?:;(\d+))?[Hd]", text)
-            self.assertTrue(places or (rows, width) <= (5, 20), "not drawn anew")
-            self.assertLessEqual(max((int(row) for row, _ in places), default=0), rows)
+
+            def fits():
+                places = re.findall(r"\x1b\[(\d+)(?:;\d+)?[Hd]", drawn(terminal, 0.7))
+                return (places or rows <= 5) and all(int(row) <= rows for row in places)
+
+            self.until(fits, f"a screen of {rows} rows")
         os.write(terminal, b"q")
         self.ends(process)
         self.assertIn("\x1b[?1049l", drawn(terminal, 0.2), "the screen from before")

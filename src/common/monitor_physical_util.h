@@ -542,8 +542,8 @@ public:
     // primes and the second measures. A pid that is another process by its start time is primed
     // anew, and its figures until the next pass are the old one's no longer but
     // COMMON_ERR_INVALID_ARGUMENTS; a thread likewise. A pass within 50 ms of the one before
-    // changes nothing: the kernel counts in ticks of 10. No figure is negative. Children count,
-    // with all of their time, in the pass in which they were waited for. A process none of whose
+    // changes nothing: the kernel counts in ticks of 10. No figure is negative. Children that were
+    // waited for are not counted: all of their time would come in one pass. A process none of whose
     // threads could be measured has no busiest thread: COMMON_ERR_INVALID_ARGUMENTS. In
     // CalcProcessCPUInfoForTinyCycle the samples' `sampled_at` tells the time; the machine's sample
     // only has to be there.
@@ -812,6 +812,7 @@ private:
     /// Fills in what the path tells. `mounts` are read when the first directory needs them.
     int32_t FindDirectory(RegisteredPath& directory, std::vector<MountEntry>& mounts,
                           LogCategory* log_handle);
+    void ForgetDirectory(const char* file_path);
     int32_t SetDiskTarget(const RegisteredPath& directory, int32_t arrays_status,
                           char* proc_diskstats, LogCategory* log_handle);
     std::vector<std::string> FindLines(char* proc_diskstats, std::string& measured_name,

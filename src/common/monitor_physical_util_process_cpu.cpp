@@ -65,9 +65,8 @@ uint64_t ThreadTicks(const ThreadCPUInfo& old_info, const ThreadCPUInfo& now_inf
 
 /// What each process column and each thread rose by; one that stepped back counts as nothing.
 uint64_t ProcessRise(const ProcessCPUInfo& old_info, const ProcessCPUInfo& now_info) {
-    return Rise(old_info.user, now_info.user) + Rise(old_info.system, now_info.system) +
-           Rise(old_info.user_wait, now_info.user_wait) +
-           Rise(old_info.system_wait, now_info.system_wait);
+    // Without children: all of their time would come at once, in the pass they were waited for.
+    return Rise(old_info.user, now_info.user) + Rise(old_info.system, now_info.system);
 }
 
 uint64_t ThreadRise(const ThreadCPUInfo& old_info, const ThreadCPUInfo& now_info) {
@@ -314,7 +313,7 @@ ProcessCPUFigures CMonitorPhysicalUtil::CalcProcessByClock(const ProcessCPUBasel
         return figures;
     }
     const ProcessCPUInfo& old_info = old_process->second;
-    const auto ticks_per_second = static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
+    static const auto ticks_per_second = static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
     const uint64_t tick = MICROSECONDS_PER_SECOND / ticks_per_second;
     const uint64_t elapsed = Rise(old_info.sampled_at, now_process_cpu_info.sampled_at);
     if (elapsed < tick * MIN_TICKS) {
@@ -376,7 +375,9 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUPeaks(ProcessCPUFigures& figures, CP
     // Copied before it is stored: a failed allocation must not move one baseline of the two.
     ProcessCPUInfo baseline = *now_process_cpu_info;
     old_process_cpu_info = std::move(baseline);
-    m_old_total_cpu_info[pid] = *now_cpu_info;
+    if (!m_reading->clock_tells_time) {
+        m_old_total_cpu_info[pid] = *now_cpu_info;
+    }
     return 0;
 }
 

@@ -73,6 +73,9 @@ int32_t CMonitorPhysicalUtil::SampleListedCores(std::vector<CPUCoreInfo>& measur
     for (char *line = text.Data(), *next = nullptr; line != nullptr; line = next) {
         next = CutLine(line);
         if (!IsMachineOrCore(line)) {
+            if (cores > 0) {
+                break;  // the kernel lists them together; what follows is long
+            }
             continue;
         }
         if (next == nullptr || !ParseCoreLine(line, now_cpu_info)) {

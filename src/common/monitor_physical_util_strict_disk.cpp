@@ -205,6 +205,14 @@ int32_t CMonitorPhysicalUtil::SetFirstSamples(const DiskTarget& target, char* pr
     return 0;
 }
 
+void CMonitorPhysicalUtil::ForgetDirectory(const char* file_path) {
+    const auto known = m_disk_real_path.find(file_path);
+    if (known != m_disk_real_path.end()) {
+        m_disk_target.erase(known->second);
+        m_disk_real_path.erase(known);
+    }
+}
+
 int32_t CMonitorPhysicalUtil::SetDisksByNumber(const char** file_path, uint32_t file_path_num,
                                                LogCategory* log_handle) {
     // One text at a time: the directories' devices first, then the disks. What cannot be found now
@@ -220,11 +228,11 @@ int32_t CMonitorPhysicalUtil::SetDisksByNumber(const char** file_path, uint32_t 
             continue;
         }
         RegisteredPath directory = {file_path[i], "", 0, ""};
-        m_disk_real_path.erase(directory.file_path);
+        ForgetDirectory(directory.file_path);
         const int32_t ret = FindDirectory(directory, mounts, log_handle);
+        m_disk_target.erase(directory.real_path);
         keep_first(ret);
         if (ret == 0) {
-            m_disk_target.erase(directory.real_path);
             directories.push_back(std::move(directory));
         }
     }

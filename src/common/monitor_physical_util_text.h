@@ -67,14 +67,21 @@ inline char* NextLine(char* position) {
     return newline == nullptr || newline[1] == '\0' ? nullptr : newline + 1;
 }
 
+/// Whether nothing but blanks stands before a place in its line.
+inline bool IsFirstInLine(const char* text, const char* place) {
+    while (place != text && place[-1] == ' ') {
+        --place;
+    }
+    return place == text || place[-1] == '\n';
+}
+
 /// The first line whose first field is `name`, followed by `end`; null when there is none. Points
 /// to the name.
 inline char* FindLine(char* text, const char* name, char end) {
     const size_t length = strlen(name);
-    for (char* line = text; line != nullptr; line = NextLine(line)) {
-        char* const first = line + strspn(line, " ");
-        if (strncmp(first, name, length) == 0 && first[length] == end) {
-            return first;
+    for (char* found = strstr(text, name); found != nullptr; found = strstr(found + 1, name)) {
+        if (found[length] == end && IsFirstInLine(text, found)) {
+            return found;
         }
     }
     return nullptr;

@@ -35,6 +35,26 @@ std::string CpuCollector::Reason(int32_t status) const {
     return status == COMMON_ERR_INVALID_ARGUMENTS ? CORES_CHANGED : "cannot parse /proc/stat";
 }
 
+void CpuCollector::BeforeReport(Clock::time_point now) {
+    m_cores.clear();
+    if (!m_settings.cores || !m_settings.compatible) {
+        return;
+    }
+    for (const std::string& name : CoreNames(ReadWholeFile("/proc/stat"))) {
+        CorvaneCommon::CPUInfoResult result;
+        const int32_t status =
+            m_monitor.GetCPUMonitorInfo(&result, name.c_str(), false, m_settings.log);
+        if (status == COMMON_ERR_INVALID_ARGUMENTS) {
+            m_discovered_at = now;
+        }
+        if (status != 0) {
+            m_cores.clear();
+            return;
+        }
+        KeepCore(name, result.cpu_utilization);
+    }
+}
+
 void CpuCollector::RunTinyCycle(Clock::time_point now) {
     // A discovery takes the samples of both cycles anew: a pass at the same moment would measure
     // nothing and call it 0.
@@ -79,17 +99,19 @@ void CpuCollector::RunCycle(Clock::time_point now) {
     m_record.Measured();
 }
 
-/// Of the latest cycle, without those whose counters fell.
-std::vector<CoreFigures> CpuCollector::Cores() {
-    std::vector<CoreFigures> cores;
+/// The strict reading keeps the cores' figures of the latest cycle.
+void CpuCollector::KeepCores() {
     std::vector<CorvaneCommon::CPUCoreInfo> infos;
     m_monitor.GetCPUCoreInfo(infos, m_settings.log);
     for (const CorvaneCommon::CPUCoreInfo& info : infos) {
-        if (info.cpu_utilization <= PERCENT) {
-            cores.push_back({info.cpu_core_name, info.cpu_utilization});
-        }
+        KeepCore(info.cpu_core_name, info.cpu_utilization);
     }
-    return cores;
+}
+
+void CpuCollector::KeepCore(const std::string& name, uint32_t percent) {
+    if (percent <= PERCENT) {  // else its counters fell
+        m_cores.push_back({name, percent});
+    }
 }
 
 CpuFigures CpuCollector::Take(std::vector<std::string>& notes) {
@@ -101,8 +123,11 @@ CpuFigures CpuCollector::Take(std::vector<std::string>& notes) {
     if (!cpu.status.HasFigures()) {
         notes.push_back("cpu: " + cpu.status.reason);
     }
-    if (m_settings.cores && cpu.status.state == FigureState::Fresh) {
-        cpu.cores = Cores();
+    if (m_settings.cores && !m_settings.compatible) {
+        KeepCores();
+    }
+    if (cpu.status.state == FigureState::Fresh) {
+        cpu.cores = std::exchange(m_cores, {});
     }
     return cpu;
 }

@@ -20,6 +20,10 @@ public:
 
     CpuCollector(Monitor& monitor, const ServiceSettings& settings);
 
+    /// Before a cycle with a report: the compatible reading takes the cores' figures one by one,
+    /// against the samples that the cycle will replace.
+    void BeforeReport(Clock::time_point now);
+
     void RunTinyCycle(Clock::time_point now);
     void RunCycle(Clock::time_point now);
 
@@ -31,7 +35,8 @@ public:
 
 private:
     std::string Reason(int32_t status) const;
-    std::vector<CoreFigures> Cores();
+    void KeepCores();
+    void KeepCore(const std::string& name, uint32_t percent);
 
     Monitor& m_monitor;
     const ServiceSettings& m_settings;
@@ -40,7 +45,8 @@ private:
     uint32_t m_core_number = 0;
     uint32_t m_peak_percent = 0;
     std::optional<uint32_t> m_latest_percent;
-    Clock::time_point m_discovered_at;  // by the tiny cycle; that moment has no cycle to measure
+    std::vector<CoreFigures> m_cores;
+    Clock::time_point m_discovered_at;  // that moment has no cycle to measure
 };
 
 }  // namespace corvane

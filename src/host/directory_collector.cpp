@@ -173,8 +173,13 @@ void DirectoryCollector::Register(Directory& directory, Clock::time_point now) {
         directory.io.Failed(NEW_DISK);
         m_since_of.emplace(directory.disk, now);
     } else {
-        directory.io.Failed("its disk is not known: " +
-                            WhyNothingCameOf(TABLE, "no mount in the mount table holds it"));
+        const std::string number =
+            std::to_string(major(directory.device)) + ":" + std::to_string(minor(directory.device));
+        directory.io.Failed(
+            "its disk is not known: " +
+            WhyNothingCameOf(TABLE, m_settings.compatible
+                                        ? "no mount in /etc/mtab holds it"
+                                        : "device " + number + " has no line in /proc/diskstats"));
     }
 }
 

@@ -9,7 +9,9 @@ namespace corvane {
 
 namespace {
 
-constexpr std::chrono::milliseconds PROBE_PATIENCE{100};  // for all paths of a cycle together
+// For all paths of a cycle together, each waited for once: long enough for threads that a busy
+// machine keeps waiting.
+constexpr std::chrono::milliseconds PROBE_PATIENCE{500};
 
 /// Discovers the machine anew for the reading that is asked for.
 void ChooseReading(CorvaneCommon::CMonitorPhysicalUtil& monitor, const ServiceSettings& settings) {
@@ -58,6 +60,9 @@ std::optional<Report> MonitorLoop::RunDue(Clock::time_point now) {
     if (report_due || cycle_due) {
         m_directories.Ask(now, report_due);
         m_processes.Ask(now);
+    }
+    if (report_due) {
+        m_cpu.BeforeReport(now);
     }
     if (m_tiny_cycle.TakeIfDue(now)) {
         m_cpu.RunTinyCycle(now);

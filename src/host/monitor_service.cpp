@@ -84,8 +84,9 @@ struct MonitorService::State {
     std::shared_ptr<const Report> Measure();
     bool Publish(const std::shared_ptr<const Report>& report);
     void HandOver(const std::shared_ptr<const Report>& report) const;
+    void Complain(const char* what, const char* why) const;
     void Run();
-    bool Stop(bool callback_may_take_long);
+    void Stop(bool callback_may_take_long);
 
     const ServiceSettings settings;
     MonitorLoop loop;  // the thread's
@@ -103,7 +104,8 @@ struct MonitorService::State {
 /// it uses, is destroyed.
 struct MonitorService::AtExit {
     ~AtExit() {
-        if (const auto state = service.lock()) {
+        const auto state = service.lock();
+        if (state != nullptr && state->process == getpid()) {
             state->Stop(false);
         }
     }
@@ -128,7 +130,7 @@ std::shared_ptr<const Report> MonitorService::State::Measure() {
             return std::make_shared<const Report>(std::move(*report));
         }
     } catch (const std::exception& error) {
-        MONITOR_LOG(settings.log, LOG_PRIORITY_ERROR, "a cycle failed: %s.", error.what());
+        Complain("a cycle failed", error.what());
     }
     return nullptr;
 }
@@ -149,10 +151,18 @@ void MonitorService::State::HandOver(const std::shared_ptr<const Report>& report
     try {
         settings.on_report(report);
     } catch (const std::exception& error) {
-        MONITOR_LOG(settings.log, LOG_PRIORITY_ERROR, "the report's callback threw: %s.",
-                    error.what());
+        Complain("the report's callback threw", error.what());
     } catch (...) {
-        MONITOR_LOG(settings.log, LOG_PRIORITY_ERROR, "the report's callback threw.");
+        Complain("the report's callback threw", "no exception of the standard library's");
+    }
+}
+
+/// In a record, if there is memory for one.
+void MonitorService::State::Complain(const char* what, const char* why) const {
+    try {
+        MONITOR_LOG(settings.log, LOG_PRIORITY_ERROR, "%s: %s.", what, why);
+    } catch (const std::exception&) {
+        return;  // nothing more can be done
     }
 }
 
@@ -171,17 +181,18 @@ void MonitorService::State::Run() {
     changed.notify_all();
 }
 
-/// Whether the thread has ended. It is given time for a cycle, and where the callback may take long
-/// all the time that it takes.
-bool MonitorService::State::Stop(bool callback_may_take_long) {
-    if (process != getpid()) {
-        return false;  // a child has no thread
-    }
+/// Ends the thread. It is given time for a cycle, and where the callback may take long all the time
+/// that it takes; then it is left behind.
+void MonitorService::State::Stop(bool callback_may_take_long) {
     std::unique_lock<std::mutex> lock(the_mutex);
     stop = true;
     changed.notify_all();
-    if (thread.get_id() == std::this_thread::get_id()) {
-        return false;
+    std::thread ending = std::move(thread);
+    if (ending.get_id() == std::this_thread::get_id()) {
+        ending.detach();
+    }
+    if (!ending.joinable()) {
+        return;
     }
     const auto give_up = std::chrono::steady_clock::now() + PATIENCE;
     while (stage != Stage::Ended) {
@@ -191,7 +202,9 @@ bool MonitorService::State::Stop(bool callback_may_take_long) {
             break;
         }
     }
-    return stage == Stage::Ended;
+    const bool ended = stage == Stage::Ended;
+    lock.unlock();
+    ended ? ending.join() : ending.detach();
 }
 
 MonitorService::MonitorService(ServiceSettings settings) {
@@ -214,13 +227,12 @@ MonitorService::MonitorService(ServiceSettings settings) {
 }
 
 MonitorService::~MonitorService() {
-    if (m_state->Stop(true)) {
-        m_state->thread.join();
-    } else if (m_state->process == getpid()) {
-        m_state->thread.detach();
+    if (m_state->process == getpid()) {
+        m_state->Stop(true);
     } else {
-        // What the parent's thread was using at the fork cannot be freed.
-        static_cast<void>(new std::shared_ptr<State>(m_state));
+        // A child has no thread to stop, and what that was using at the fork cannot be freed.
+        static const auto* const kept = new std::shared_ptr<State>(m_state);
+        static_cast<void>(kept);
     }
 }
 

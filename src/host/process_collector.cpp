@@ -32,6 +32,7 @@ void ProcessCollector::Ask(Clock::time_point now) {
 void ProcessCollector::RunCycle(Clock::time_point now,
                                 std::chrono::steady_clock::time_point deadline,
                                 const CpuCollector& cpu) {
+    m_passed.clear();
     for (Watched& watched : m_watched) {
         const Sighting found = watched.finder.Find(now, deadline);
         const bool same =
@@ -50,22 +51,34 @@ void ProcessCollector::RunCycle(Clock::time_point now,
     m_monitor.ClearProcessCPUPhasedCacheValue(m_settings.log);
 }
 
+/// One pass of the cycle over a process, whatever the number of targets that stand for it.
+bool ProcessCollector::Pass(uint32_t pid) {
+    if (std::find(m_passed.begin(), m_passed.end(), pid) != m_passed.end()) {
+        return true;
+    }
+    if (m_monitor.CalcProcessCPUMonitorInfo(pid, m_settings.log, true) != 0) {
+        return false;
+    }
+    m_passed.push_back(pid);
+    return true;
+}
+
 /// Takes the first samples: the process's, in the compatible reading after the machine's.
 void ProcessCollector::Prime(Watched& watched) {
     watched.cpu = FamilyRecord();
     watched.peak_percent = 0;
     watched.thread_peak_percent.reset();
     const uint32_t pid = watched.process.pid;
-    int32_t status = m_monitor.CalcProcessCPUMonitorInfo(pid, m_settings.log, true);
-    if (status == 0 && m_settings.compatible) {
-        status = m_monitor.CalcProcessCPUMonitorInfo(pid, m_settings.log, true);
+    bool primed = Pass(pid);
+    if (primed && m_settings.compatible) {
+        primed = m_monitor.CalcProcessCPUMonitorInfo(pid, m_settings.log, true) == 0;
     }
-    watched.cpu.Failed(status == 0 ? NEW_PROCESS : Reason(pid));
+    watched.cpu.Failed(primed ? NEW_PROCESS : Reason(pid));
 }
 
 void ProcessCollector::Measure(Watched& watched, const CpuCollector& cpu) {
     const uint32_t pid = watched.process.pid;
-    if (m_monitor.CalcProcessCPUMonitorInfo(pid, m_settings.log, true) != 0) {
+    if (!Pass(pid)) {
         watched.cpu.Failed(Reason(pid));
         return;
     }

@@ -1,6 +1,7 @@
 // Watched processes, cycle after cycle: /proc/PID/stat, /proc/PID/task, /proc/PID/status.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,6 +45,7 @@ private:
         std::optional<int32_t> thread_peak_percent;
     };
 
+    bool Pass(uint32_t pid);
     void Prime(Watched& watched);
     void Measure(Watched& watched, const CpuCollector& cpu);
     void ReadMemory(ProcessFigures& figures);
@@ -53,6 +55,7 @@ private:
     Monitor& m_monitor;
     const ServiceSettings& m_settings;
     std::vector<Watched> m_watched;
+    std::vector<uint32_t> m_passed;  // in this cycle
 };
 
 }  // namespace corvane

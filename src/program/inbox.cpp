@@ -99,13 +99,13 @@ Inbox::Wake Inbox::Wait(bool with_input) {
         return Wake::Input;
     }
     uint64_t notifications = 0;
-    (void)!read(m_event_fd, &notifications, sizeof(notifications));
+    [[maybe_unused]] const ssize_t taken = read(m_event_fd, &notifications, sizeof(notifications));
     return Wake::Message;
 }
 
 void Inbox::Notify() const {
     const uint64_t one = 1;
-    (void)!write(m_event_fd, &one, sizeof(one));
+    [[maybe_unused]] const ssize_t written = write(m_event_fd, &one, sizeof(one));
 }
 
 }  // namespace corvane::program

@@ -175,59 +175,74 @@ void AddSection(const Section& section, Body& body) {
     }
 }
 
-/// What was asked for comes before what is simply there, in whatever number.
-std::vector<Section> Sections(const LiveModel& model, const LiveState& state, size_t rows,
-                              size_t notes_above) {
+/// All tables. What was asked for comes before what is simply there, in whatever number.
+Body Tables(const LiveModel& model, const LiveState& state, size_t rows) {
     const Report& report = *model.report;
-    Section notes = NoteSection(report, true, state.columns);
-    notes.rows.erase(notes.rows.begin(),
-                     notes.rows.begin() + static_cast<std::ptrdiff_t>(notes_above));
-    if (notes.rows.empty()) {
-        notes = {};
-    }
     const size_t core_rows = state.all_cores ? 0 : std::max<size_t>(2, rows / CORE_SHARE);
-    return {CoreSection(report.cpu, state.columns, core_rows),
-            DirectorySection(report.directories, state.columns),
-            ProcessSection(report.processes, model.histories, state.columns),
-            InterfaceSection(report.network, model.histories, state.columns), notes};
-}
-
-/// All of a report. Graphs take what the rest leaves of `rows`; when that is too little, they are
-/// low, and those of disks stand at the end. `notes_above` lines of the
-/// notes are not in it.
-Body ReportBody(const LiveModel& model, const LiveState& state, size_t rows, size_t notes_above) {
-    Body rest;
-    for (const Section& section : Sections(model, state, rows, notes_above)) {
-        AddSection(section, rest);
-    }
-    std::vector<Graph> graphs = Graphs(*model.report, model.histories);
-    std::vector<Graph> disks;
-    const size_t least = rows >= ROOMY ? 2 : 1;
-    size_t graph_rows = GraphRows(graphs.size(), state.columns);
-    size_t height = rows - std::min(rows, rest.size());
-    if (height < least * graph_rows) {
-        disks.assign(graphs.begin() + GRAPHS_OF_MACHINE, graphs.end());
-        graphs.resize(GRAPHS_OF_MACHINE);
-        graph_rows = GraphRows(graphs.size(), state.columns);
-        height = std::max(height, (rows >= ROOMY ? 4 : 1) * graph_rows);
-    }
     Body body;
-    AddGraphs(graphs, height, state.columns, body);
-    const size_t before = body.size();
-    for (BodyRow& row : rest) {
-        row.heading = row.heading == NO_HEADING ? NO_HEADING : row.heading + before;
-        body.push_back(std::move(row));
-    }
-    AddGraphs(disks, (rows >= ROOMY ? 4 : 1) * GraphRows(disks.size(), state.columns),
-              state.columns, body);
+    AddSection(CoreSection(report.cpu, state.columns, core_rows), body);
+    AddSection(DirectorySection(report.directories, state.columns), body);
+    AddSection(ProcessSection(report.processes, model.histories, state.columns), body);
+    AddSection(InterfaceSection(report.network, model.histories, state.columns), body);
     return body;
 }
 
-/// The last records, wrapped, as far as they have room.
+/// The notes but for the first `notes_above` lines.
+Body FurtherNotes(const Report& report, size_t columns, size_t notes_above) {
+    Section notes = NoteSection(report, true, columns);
+    const auto first = notes.rows.begin();
+    notes.rows.erase(first, first + static_cast<std::ptrdiff_t>(notes_above));
+    Body body;
+    if (!notes.rows.empty()) {
+        AddSection(notes, body);
+    }
+    return body;
+}
+
+void Append(Body& body, const Body& more) {
+    const size_t before = body.size();
+    for (BodyRow row : more) {
+        row.heading += row.heading == NO_HEADING ? 0 : before;
+        body.push_back(std::move(row));
+    }
+}
+
+/// All of a report. Graphs take what tables and notes leave of `rows`; when that is too little,
+/// notes give way, then graphs are low and those of disks stand behind the tables.
+Body ReportBody(const LiveModel& model, const LiveState& state, size_t rows, size_t notes_above) {
+    const Body tables = Tables(model, state, rows);
+    const Body notes = FurtherNotes(*model.report, state.columns, notes_above);
+    std::vector<Graph> graphs = Graphs(*model.report, model.histories);
+    std::vector<Graph> disks;
+    size_t graph_rows = GraphRows(graphs.size(), state.columns);
+    const size_t least = rows >= ROOMY ? 2 : 1;
+    const size_t usual = rows >= ROOMY ? 4 : 1;
+    size_t left = rows - std::min(rows, tables.size() + notes.size());
+    if (left < least * graph_rows && !notes.empty()) {
+        left = rows - std::min(rows, tables.size() + 1);  // a line counts the notes
+    }
+    if (left < least * graph_rows) {
+        disks.assign(graphs.begin() + GRAPHS_OF_MACHINE, graphs.end());
+        graphs.resize(GRAPHS_OF_MACHINE);
+        graph_rows = GraphRows(graphs.size(), state.columns);
+        left = std::max(left, usual * graph_rows);
+    }
+    Body body;
+    AddGraphs(graphs, left, state.columns, body);
+    Append(body, tables);
+    AddGraphs(disks, usual * GraphRows(disks.size(), state.columns), state.columns, body);
+    Append(body, notes);
+    return body;
+}
+
+/// The last records, wrapped, as many as have room; of a long one the end.
 std::vector<Line> LogLines(const std::vector<std::string>& log, size_t columns, size_t rows) {
     std::vector<Line> lines;
     for (auto record = log.rbegin(); record != log.rend() && lines.size() < rows; ++record) {
-        std::vector<std::string> wrapped = Wrapped(*record, columns);
+        const std::vector<std::string> wrapped = Wrapped(*record, columns);
+        if (!lines.empty() && lines.size() + wrapped.size() > rows) {
+            break;
+        }
         for (auto line = wrapped.rbegin(); line != wrapped.rend() && lines.size() < rows; ++line) {
             lines.insert(lines.begin(), {{*line, Style::Quiet}});
         }

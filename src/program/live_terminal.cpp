@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
@@ -26,51 +27,26 @@ constexpr int ESCAPE_MILLISECONDS = 25;  // that the rest of a key's sequence ma
 
 enum Pair : short { GRAPH_PAIR = 1, HIGH_PAIR, NOTE_PAIR };
 
-// What handlers of signals need to leave a usable terminal: prepared while all is well, as they may
-// neither allocate nor call ncurses.
-constexpr std::array FATAL_SIGNALS = {SIGSEGV, SIGBUS,  SIGFPE,    SIGILL,  SIGABRT, SIGSYS,
-                                      SIGUSR1, SIGUSR2, SIGVTALRM, SIGPROF, SIGXCPU, SIGTRAP};
-constexpr std::array STOP_SIGNALS = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
-constexpr unsigned STALL_SECONDS = 1;
+// What an end without the destructor needs to leave a usable terminal: prepared while all is well,
+// as the handler of a signal may neither allocate nor call ncurses.
+constexpr std::array FATAL_SIGNALS = {SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGABRT,
+                                      SIGSYS,  SIGALRM, SIGUSR1, SIGUSR2, SIGVTALRM,
+                                      SIGPROF, SIGXCPU, SIGTRAP};
 constexpr size_t RESTORE_LENGTH = 128;
 termios original_modes = {};
 std::array<char, RESTORE_LENGTH> restore_text = {};
 size_t restore_length = 0;
-volatile std::sig_atomic_t is_ending = 0;
+std::atomic<bool> is_open = false;
 
-void RestoreTerminal() {
-    tcsetattr(STDOUT_FILENO, TCSANOW, &original_modes);
-    pollfd output = {STDOUT_FILENO, POLLOUT, 0};
-    if (poll(&output, 1, 0) == 1 && write(STDOUT_FILENO, restore_text.data(), restore_length) < 0) {
-        // Nothing is left to be done about it.
-    }
+/// A job that was stopped and goes on in the background has left the terminal to others.
+bool InBackground() {
+    const pid_t foreground = tcgetpgrp(STDOUT_FILENO);  // -1: not the terminal that controls it
+    return foreground > 0 && foreground != getpgrp();
 }
 
 void RestoreAndDie(int signal) {
-    RestoreTerminal();
+    RestoreTerminalAtOnce();
     raise(signal);  // the handler is gone: now it ends the process
-}
-
-/// Writing to the terminal has taken a while: nobody reads from it. That may go on for as long as
-/// the user likes, but not keep the program from ending.
-void HandleStall(int /*signal*/) {
-    sigset_t pending;
-    sigpending(&pending);
-    const bool stop = std::any_of(STOP_SIGNALS.begin(), STOP_SIGNALS.end(),
-                                  [&](int signal) { return sigismember(&pending, signal) == 1; });
-    if (stop || is_ending != 0) {
-        tcflush(STDOUT_FILENO, TCOFLUSH);
-        RestoreTerminal();
-        _exit(EXIT_SUCCESS);
-    }
-    alarm(STALL_SECONDS);
-}
-
-void HandleAlarm(void (*handler)(int)) {
-    struct sigaction action = {};
-    action.sa_handler = handler;
-    action.sa_flags = SA_RESTART;
-    sigaction(SIGALRM, &action, nullptr);
 }
 
 /// Handles the signals that nobody else does; `handler` SIG_DFL takes that back.
@@ -190,6 +166,17 @@ Key KeyOf(int code) {
 
 }  // namespace
 
+void RestoreTerminalAtOnce() {
+    if (!is_open || InBackground()) {
+        return;
+    }
+    tcsetattr(STDOUT_FILENO, TCSANOW, &original_modes);
+    pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+    if (poll(&output, 1, 0) == 1 && write(STDOUT_FILENO, restore_text.data(), restore_length) < 0) {
+        // Nothing is left to be done about it.
+    }
+}
+
 LiveTerminal::LiveTerminal() {
     if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
         throw std::runtime_error("--watch needs a terminal");
@@ -201,9 +188,9 @@ LiveTerminal::LiveTerminal() {
     if (newterm(nullptr, stdout, stdin) == nullptr) {
         throw std::runtime_error("--watch: the terminal cannot be set up");
     }
-    is_ending = 0;
+    is_open = true;
+    signal(SIGTTOU, SIG_IGN);  // would stop a stopped job once more that was asked to end
     HandleFatalSignals(SIG_DFL, RestoreAndDie);
-    HandleAlarm(HandleStall);
     cbreak();
     noecho();
     keypad(stdscr, TRUE);
@@ -228,11 +215,9 @@ LiveTerminal::LiveTerminal() {
 }
 
 LiveTerminal::~LiveTerminal() {
-    is_ending = 1;
-    alarm(STALL_SECONDS);
     endwin();
-    alarm(0);
-    HandleAlarm(SIG_DFL);
+    is_open = false;
+    signal(SIGTTOU, SIG_DFL);
     HandleFatalSignals(RestoreAndDie, SIG_DFL);
 }
 
@@ -255,7 +240,7 @@ size_t LiveTerminal::Columns() const {
 
 void LiveTerminal::Draw(const std::vector<Line>& screen) {
     pollfd output = {STDOUT_FILENO, POLLOUT, 0};
-    if (poll(&output, 1, 0) != 1) {
+    if (poll(&output, 1, 0) != 1 || InBackground()) {
         return;
     }
     erase();
@@ -272,9 +257,7 @@ void LiveTerminal::Draw(const std::vector<Line>& screen) {
         }
     }
     attr_set(A_NORMAL, 0, nullptr);
-    alarm(STALL_SECONDS);
     refresh();
-    alarm(0);
 }
 
 std::optional<Key> LiveTerminal::Read() {

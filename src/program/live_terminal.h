@@ -42,7 +42,7 @@ public:
     size_t Columns() const;
 
     /// Draws what changed since the last time. Lines beyond the size are left out. Nothing happens
-    /// while the terminal takes no output.
+    /// while the terminal takes no output, or is left to others.
     void Draw(const std::vector<Line>& screen);
 
     /// What was typed, without waiting; empty: nothing more.
@@ -52,5 +52,9 @@ private:
     Charset m_charset = Charset::Ascii;
     bool m_colour = false;
 };
+
+/// For an end of the process without the destructor, from any thread or signal handler: restores
+/// the terminal as far as that goes without waiting. Without a LiveTerminal it does nothing.
+void RestoreTerminalAtOnce();
 
 }  // namespace corvane::program

@@ -19,6 +19,7 @@
 
 #include "host_logging.h"
 #include "inbox.h"
+#include "live_terminal.h"
 #include "live_view.h"
 #include "monitor_service.h"
 #include "options.h"
@@ -93,6 +94,15 @@ public:
     bool TakesInput() const { return m_view != nullptr; }
     bool HandleInput() { return m_view->HandleInput(); }
 
+    /// Says what the user should know, beside the reports.
+    void Tell(const std::string& text) {
+        if (m_view != nullptr) {
+            m_view->AddLogLine(text);
+        } else {
+            PrintNote(text);
+        }
+    }
+
     /// To be called about once a second.
     void Tick() {
         if (m_view != nullptr) {
@@ -133,7 +143,7 @@ private:
 bool PutReports(Inbox& inbox, Outputs& outputs, const std::optional<uint64_t>& count,
                 uint64_t& reports) {
     if (const uint64_t dropped = inbox.TakeDropped()) {
-        PrintNote(std::to_string(dropped) + " reports are lost: the output was held up");
+        outputs.Tell(std::to_string(dropped) + " reports are lost: the output was held up");
     }
     while (!inbox.IsStopped()) {
         const auto report = inbox.Take();
@@ -162,7 +172,9 @@ void ShowReports(Inbox& inbox, Outputs& outputs, const std::optional<uint64_t>& 
                     (wake != Inbox::Wake::Input || outputs.HandleInput()) &&
                     PutReports(inbox, outputs, count, reports);
         } catch (const std::bad_alloc&) {
-            fputs("corvane-monitor: a report is lost: not enough memory\n", stderr);
+            if (!outputs.TakesInput()) {  // not over the view
+                fputs("corvane-monitor: a report is lost: not enough memory\n", stderr);
+            }
             go_on = reports != count;
         }
     }
@@ -170,7 +182,7 @@ void ShowReports(Inbox& inbox, Outputs& outputs, const std::optional<uint64_t>& 
 
 void Run(const Options& options) {
     const auto inbox = std::make_shared<Inbox>();
-    OnStopSignal([inbox] { inbox->Stop(); });
+    OnStopSignal([inbox] { inbox->Stop(); }, RestoreTerminalAtOnce);
     // A thread that a file holds up at the end may still log.
     static auto* const log = new HostLogCategory(options.log_priority, options.log_file);
     Outputs outputs(options, *log);
@@ -181,6 +193,25 @@ void Run(const Options& options) {
     };
     const MonitorService service(std::move(settings));
     ShowReports(*inbox, outputs, options.count);
+}
+
+/// Where an allocation fails that nothing can catch: before main(), as libraries allocate when they
+/// are loaded.
+void OnTerminate() {
+    try {
+        if (const std::exception_ptr error = std::current_exception()) {
+            std::rethrow_exception(error);
+        }
+    } catch (const std::bad_alloc&) {
+        fputs("corvane-monitor: not enough memory\n", stderr);
+        _exit(EXIT_FAILURE);
+    } catch (...) {  // a fault of the program, which leaves a core
+    }
+    abort();
+}
+
+[[gnu::constructor(101)]] void HandleTerminate() {  // the first of all
+    std::set_terminate(OnTerminate);
 }
 
 /// What is opened later must not become standard output by taking its number.

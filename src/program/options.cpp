@@ -58,7 +58,7 @@ std::string CheckLogLevel(const std::string& name) {
 }
 
 std::string CheckPid(std::string& text) {
-    const std::string error = CheckNumber(text, MAX_PID);
+    std::string error = CheckNumber(text, MAX_PID);
     if (!error.empty()) {
         return error;
     }

@@ -17,7 +17,7 @@ constexpr std::chrono::milliseconds TIME_TO_END{900};
 
 }  // namespace
 
-void OnStopSignal(std::function<void()> on_stop) {
+void OnStopSignal(std::function<void()> on_stop, void (*at_late_end)()) {
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
@@ -28,11 +28,12 @@ void OnStopSignal(std::function<void()> on_stop) {
         }
     }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    std::thread([signals, on_stop = std::move(on_stop)] {
+    std::thread([signals, on_stop = std::move(on_stop), at_late_end] {
         int signal = 0;
         sigwait(&signals, &signal);
         on_stop();
         std::this_thread::sleep_for(TIME_TO_END);
+        at_late_end();
         _exit(EXIT_SUCCESS);
     }).detach();
 }

@@ -10,8 +10,9 @@ namespace corvane::program {
 /// handler, the process ends within a second, with status 0.
 ///
 /// Call it once, before any other thread is started: threads inherit the blocked signals. What
-/// `on_stop` uses must live as long as the process.
+/// `on_stop` uses must live as long as the process. When the process has to be ended, `at_late_end`
+/// is called last.
 /// @throws std::system_error the thread cannot be started
-void OnStopSignal(std::function<void()> on_stop);
+void OnStopSignal(std::function<void()> on_stop, void (*at_late_end)());
 
 }  // namespace corvane::program

@@ -230,10 +230,11 @@ std::string StateLines(const Report& report, FigureState state, const std::strin
     for (const Family& family : Families(report)) {
         if (family.status.state == state) {
             std::string start = label;
-            const std::string& reason = family.status.reason;
-            const std::string name = Trimmed(FitColumns(family.name, NAME_COLUMNS));
-            for (const std::string& line : Wrapped(name + (reason.empty() ? "" : ": " + reason),
-                                                   LINE_COLUMNS - LABEL_COLUMNS)) {
+            std::string words = Trimmed(FitColumns(family.name, NAME_COLUMNS));
+            if (!family.status.reason.empty()) {
+                words += ": " + family.status.reason;
+            }
+            for (const std::string& line : Wrapped(words, LINE_COLUMNS - LABEL_COLUMNS)) {
                 text += start + line + "\n";
                 start = "  ";
             }

@@ -38,6 +38,7 @@ std::string StatusName(int32_t status) {
     return status == COMMON_ERR_INVALID_ARGUMENTS           ? "WRONG"
            : status == COMMON_ERR_LINUX_SYSTEM_CALL_FAIL    ? "FAILED"
            : status == COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE ? "NO SAMPLE"
+           : status == COMMON_ERR_NO_BLOCK_DEVICE           ? "NO DEVICE"
                                                             : std::to_string(status);
 }
 
@@ -84,6 +85,19 @@ Host::Figures Host::Kept() {
         disks += Words(Name(names->disk_name[row]));
     }
     keep("disks", 0, disks);
+    std::string text;
+    std::vector<CorvaneCommon::CPUCoreInfo> cores;
+    const int32_t has_cores = m->GetCPUCoreInfo(cores, nullptr);
+    for (const CorvaneCommon::CPUCoreInfo& core : cores) {
+        text += Words(core.cpu_core_name, core.cpu_utilization);
+    }
+    keep("cores", has_cores, std::exchange(text, ""));
+    std::vector<CorvaneCommon::NetworkInterfaceInfo> interfaces;
+    const int32_t has_interfaces = m->GetNetworkInterfaceInfo(interfaces, nullptr);
+    for (const CorvaneCommon::NetworkInterfaceInfo& i : interfaces) {
+        text += Words(i.nic_name, i.input_bytes, i.output_bytes, i.input_packets, i.output_packets);
+    }
+    keep("interfaces", has_interfaces, text);
     return figures;
 }
 

@@ -84,7 +84,8 @@ public:
     /// figures that the monitor keeps where they differ from the last look's ("cpu", "tiny cpu":
     /// cores, percent; "process", "tiny process": percent, busiest thread's; "network", "tiny
     /// network", "process network": megabits in, out, packets in, out, names; each of `paths`:
-    /// disk, percent, operations; "disks": names), and what the call wrote into `out`.
+    /// disk, percent, operations; "disks": names; "cores": name, percent; "interfaces": name, bytes
+    /// in and out, packets in and out), and what the call wrote into `out`.
     std::string See(const Call& call);
     /// The next look tells every figure.
     void Forget() { m_seen.clear(); }
@@ -113,7 +114,8 @@ private:
 
 class HostTest : public testing::Test, protected Host {};
 
-/// "WRONG" for bad arguments, "FAILED" for a system call, "NO SAMPLE"; else the number.
+/// "WRONG" for bad arguments, "FAILED" for a system call, "NO SAMPLE", "NO DEVICE"; else the
+/// number.
 std::string StatusName(int32_t status);
 
 }  // namespace corvane_test

@@ -2,10 +2,10 @@
 //
 // While a Kernel lives, the calls by which the monitor reaches its kernel are answered from what is
 // written into it: fopen for reading and the standard file streams, opendir with its walk, access,
-// stat, statvfs, realpath, readlink and gettimeofday. What is not written does not exist; folders
-// exist through what is below them; relative paths start at the root. Single calls can be counted
-// and made to fail, and a path can be made to hang. One Kernel lives at a time, whose calls may
-// come from several threads.
+// stat, statvfs, realpath, readlink, gettimeofday and CLOCK_MONOTONIC. What is not written does not
+// exist; folders exist through what is below them; relative paths start at the root. Single calls
+// can be counted and made to fail, and a path can be made to hang. One Kernel lives at a time,
+// whose calls may come from several threads.
 #pragma once
 
 #include <sys/stat.h>
@@ -69,6 +69,7 @@ public:
 
     int64_t clock_us = 1999999;  ///< what gettimeofday says
     int64_t clock_step_us = 0;   ///< what each look at the clock adds to it
+    int64_t monotonic_us = 0;    ///< what CLOCK_MONOTONIC says; 0: the machine's own
     /// What stat and statvfs say of a path and of all below it; a mode of 0 is what the path is.
     std::map<std::string, struct stat> status;
     std::map<std::string, struct statvfs> space;

@@ -59,17 +59,17 @@ inline std::string NetDevText(std::initializer_list<std::string> lines) {
 
 /// A line of /proc/diskstats with the figures that the monitor uses, seventeen numbers in all.
 inline std::string DiskLine(const std::string& name, uint64_t reads, uint64_t writes,
-                            uint64_t busy_milliseconds) {
-    return "   8       0 " + name + Words(reads, "0 0 0", writes, "0 0 0 0", busy_milliseconds) +
-           " 0 0 0 0 0 0 0\n";
+                            uint64_t busy_milliseconds, const std::string& number = "8 0") {
+    return "   " + number + " " + name +
+           Words(reads, "0 0 0", writes, "0 0 0 0", busy_milliseconds) + " 0 0 0 0 0 0 0\n";
 }
 
 /// A /proc/PID/stat.
 inline std::string ProcessStatText(uint32_t pid, const std::string& command, uint64_t user,
                                    uint64_t system, uint64_t user_wait = 0,
-                                   uint64_t system_wait = 0) {
+                                   uint64_t system_wait = 0, uint64_t start_time = 100) {
     return std::to_string(pid) + " (" + command + ") S 1 1234 1234 0 -1 4194560 100 0 0 0" +
-           Words(user, system, user_wait, system_wait, "20 0 4 0 100 0 0\n");
+           Words(user, system, user_wait, system_wait, "20 0 4 0", start_time, "0 0\n");
 }
 
 struct Row {

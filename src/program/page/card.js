@@ -71,12 +71,12 @@ export class Card {
         if (this.#bars !== null) this.#drawBars(panel.cores, row);
     }
 
-    #drawBars({names, at}, row) {
+    #drawBars({names, busy}, row) {
         while (this.#bars.childElementCount < names.length) this.#bars.append(element('div', ''));
         while (this.#bars.childElementCount > names.length) this.#bars.lastChild.remove();
         this.#bars.classList.toggle('crowded', names.length > 16);
         names.forEach((name, index) => {
-            const value = at(name, row);
+            const value = busy[index](row);
             const bar = this.#bars.children[index];
             bar.style.setProperty('--busy', value ?? 0);
             bar.textContent = value ?? '–';

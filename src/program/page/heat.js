@@ -3,16 +3,18 @@
 const MAX_CELLS_ACROSS = 400;
 
 /** The busiest percentage of each core in each of `across` equal parts of the span; -1: none. */
-function cellsOf({names, at}, past, [from, to], across) {
-    const cells = names.map(() => new Float32Array(across).fill(-1));
+function cellsOf({busy}, past, [from, to], across) {
+    const cells = busy.map(() => new Float32Array(across).fill(-1));
     const place = (time) => Math.floor((time - from) / (to - from) * across);
     past.times.forEach((time, row) => {
         if (time < from || time - past.interval > to) return;
-        // A report tells of the interval before it.
-        const first = Math.max(place(time - past.interval) + 1, 0);
+        // A report tells of the time since the one before it.
+        const before = past.times[row - 1] ?? 0;
+        const begin = time - before > past.longestInterval ? time - past.interval : before;
+        const first = Math.max(place(begin) + 1, 0);
         const last = Math.min(place(time), across - 1);
-        names.forEach((name, core) => {
-            const value = at(name, row) ?? -1;
+        busy.forEach((at, core) => {
+            const value = at(row) ?? -1;
             for (let cell = Math.min(first, last); cell <= last; ++cell) {
                 cells[core][cell] = Math.max(cells[core][cell], value);
             }

@@ -33,24 +33,28 @@ export class Past {
     #columns = new Map();
     #names = new Map(Object.keys(FIGURES).map((kind) => [kind, new Set()]));
 
+    /** Between two reports; when it is longer, one is missing. */
+    get longestInterval() { return GAP_INTERVALS * this.interval; }
+
     get last() { return this.times.length - 1; }
 
     /** Everything of a kind that the past knows, in the order of its appearance. */
     names(kind) { return [...this.#names.get(kind)]; }
 
-    /** The value at a row; null where it was not measured. */
-    at(kind, name, figure, row) {
-        return this.#columns.get(`${kind}/${figure}/${name}`)?.[row] ?? null;
+    /** A function from a row to the value there; null where it was not measured. */
+    figure(kind, name, figure) {
+        const column = this.#columns.get(`${kind}/${figure}/${name}`) ?? [];
+        return (row) => column[row] ?? null;
     }
 
     addReport(report) {
         this.interval = report.interval_seconds * 1000;
-        this.#add([Date.parse(report.time)], report, (value) => value);
+        this.#add([Date.parse(report.time)], report, (figures, figure) => figures[figure]);
     }
 
     addHistory(history) {
         this.interval = (history.interval_seconds ?? 1) * 1000;
-        this.#add(history.time.map((time) => time * 1000), history, (column, i) => column[i]);
+        this.#add(history.time.map((time) => time * 1000), history, (figures, figure, i) => figures[figure][i - figures.first]);
     }
 
     /** Adds the rows that are new; times that miss a report get a row of nulls in between. */
@@ -59,7 +63,7 @@ export class Past {
         times.forEach((time, i) => {
             const before = this.times.at(-1);
             if (before !== undefined && time <= before) return;
-            if (time - before > GAP_INTERVALS * this.interval) {
+            if (time - before > this.longestInterval) {
                 this.times.push(before + this.interval);
                 rows.push(-1);
             }
@@ -71,7 +75,7 @@ export class Past {
             this.#names.get(kind).add(name);
             for (const figure of FIGURES[kind]) {
                 const column = this.#column(`${kind}/${figure}/${name}`, length - rows.length);
-                for (const i of rows) column.push(i < 0 ? null : pick(figures[figure], i) ?? null);
+                for (const i of rows) column.push(i < 0 ? null : pick(figures, figure, i) ?? null);
             }
         }
         for (const column of this.#columns.values()) {

@@ -10,7 +10,7 @@ const {mousedown, dblclick} = Dygraph.defaultInteractionModel;  // not touch: fi
 function rowsOf(panel, past, first) {
     const rows = [];
     for (let row = first; row < past.times.length; ++row) {
-        rows.push([past.times[row], ...panel.lines.map((line) => line.at(row))]);
+        rows.push([past.times[row], ...panel.lines.map((line) => (panel.cores ? 0 : line.at(row)))]);
     }
     return rows;
 }

@@ -58,6 +58,17 @@ void AppendNumber(std::string& text, Number value) {
                 std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr);
 }
 
+void AppendFigure(std::string& text, float figure) {
+    constexpr float WHOLE = 1 << 24;  // up to here a float holds every whole number
+    if (std::isnan(figure)) {
+        text += "null";
+    } else if (std::fabs(figure) < WHOLE && std::trunc(figure) == figure) {
+        AppendNumber(text, static_cast<int32_t>(figure));  // far faster
+    } else {
+        AppendNumber(text, figure);
+    }
+}
+
 void AppendName(std::string& text, const std::string& name) {
     text += nlohmann::json(name).dump(-1, ' ', true);
 }
@@ -70,14 +81,14 @@ struct History::Span {
     size_t first;
     std::string text = {};
 
-    /// One number a report, from `number(block, index in it)`.
-    template <typename Number>
-    void Column(const char* name, Number number) {
-        text.append("\"").append(name).append("\":[");
+    using Row = std::pair<size_t, std::vector<float>>;
+
+    void Times() {
+        text += "\"time\":[";
         size_t skip = first;
         for (const Block& block : blocks) {
             for (size_t i = std::min(skip, block.times.size()); i < block.times.size(); ++i) {
-                number(block, i);
+                AppendNumber(text, static_cast<int64_t>(block.times[i]));
                 text += ',';
             }
             skip -= std::min(skip, block.times.size());
@@ -85,32 +96,55 @@ struct History::Span {
         CloseList(']');
     }
 
-    /// All columns of one row, in braces but for the opening one.
-    void Columns(Kind kind, const std::string& name) {
-        const std::vector<const char*>& figures = ShapeOf(static_cast<size_t>(kind)).figures;
-        const Key key(kind, name);
-        for (size_t figure = 0; figure < figures.size(); ++figure) {
-            const Block* looked_up = nullptr;
-            const std::vector<float>* row = nullptr;
-            Column(figures[figure], [&](const Block& block, size_t i) {
-                if (looked_up != &block) {
-                    looked_up = &block;
-                    const auto found = block.rows.find(key);
-                    row = found == block.rows.end() ? nullptr : &found->second;
-                }
-                const size_t place = i * figures.size() + figure;
-                const bool measured =
-                    row != nullptr && place < row->size() && !std::isnan((*row)[place]);
-                measured ? AppendNumber(text, (*row)[place]) : void(text += "null");
-            });
-            text += ',';
+    /// The figures of a row, report after report, without the reports before the first one and
+    /// after the last one that measured something; and the number of those before.
+    Row Gather(const Key& key) const {
+        const size_t width = ShapeOf(static_cast<size_t>(key.first)).figures.size();
+        std::vector<float> all;
+        size_t reports = 0;
+        size_t begin = 0;
+        for (const Block& block : blocks) {
+            const auto found = block.rows.find(key);
+            if (found != block.rows.end()) {
+                begin = all.empty() ? reports : begin;
+                all.resize((reports - begin) * width, NOT_MEASURED);
+                all.insert(all.end(), found->second.begin(), found->second.end());
+            }
+            reports += block.times.size();
         }
-        CloseList('}');
+        const auto measured = [](float figure) { return !std::isnan(figure); };
+        const auto last = std::find_if(all.rbegin(), all.rend(), measured).base() - all.begin();
+        all.resize((static_cast<size_t>(last) + width - 1) / width * width);
+        const size_t before = first > begin ? std::min((first - begin) * width, all.size()) : 0;
+        const auto start =
+            std::find_if(all.begin() + static_cast<ptrdiff_t>(before), all.end(), measured) -
+            all.begin();
+        const size_t skipped = static_cast<size_t>(start) / width;
+        all.erase(all.begin(), all.begin() + static_cast<ptrdiff_t>(skipped * width));
+        return {all.empty() ? 0 : begin + skipped - first, std::move(all)};
+    }
+
+    /// The number of reports before a row's columns, and these, in braces but for the opening one.
+    void Columns(Kind kind, const Row& row) {
+        const std::vector<const char*>& figures = ShapeOf(static_cast<size_t>(kind)).figures;
+        const auto& [before, values] = row;
+        const size_t width = figures.size();
+        text += "\"first\":";
+        AppendNumber(text, before);
+        for (size_t figure = 0; figure < width; ++figure) {
+            text.append(",\"").append(figures[figure]).append("\":[");
+            for (size_t place = figure; place < values.size(); place += width) {
+                AppendFigure(text, values[place]);
+                text += ',';
+            }
+            CloseList(']');
+        }
+        text += '}';
     }
 
     void Object(const char* name, Kind kind) {
         text.append("\"").append(name).append("\":{");
-        Columns(kind, "");
+        Columns(kind, Gather({kind, ""}));
     }
 
     void List(const char* name, Kind kind) {
@@ -122,12 +156,15 @@ struct History::Span {
             }
         }
         text.append("\"").append(name).append("\":[");
-        for (const std::string& row : names) {
-            text.append("{\"").append(ShapeOf(static_cast<size_t>(kind)).name).append("\":");
-            AppendName(text, row);
-            text += ',';
-            Columns(kind, row);
-            text += ',';
+        for (const std::string& name_of_row : names) {
+            const Row row = Gather({kind, name_of_row});
+            if (!row.second.empty()) {
+                text.append("{\"").append(ShapeOf(static_cast<size_t>(kind)).name).append("\":");
+                AppendName(text, name_of_row);
+                text += ',';
+                Columns(kind, row);
+                text += ',';
+            }
         }
         CloseList(']');
     }
@@ -247,9 +284,7 @@ size_t History::CountSince(std::time_t since) const {
 
 std::string History::Json(std::time_t since) const {
     Span span{m_blocks, First(since)};
-    span.Column("time", [&](const Block& block, size_t i) {
-        AppendNumber(span.text, static_cast<int64_t>(block.times[i]));
-    });
+    span.Times();
     span.text += ',';
     span.Object("cpu", Kind::Cpu);
     span.Reopen();

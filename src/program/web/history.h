@@ -33,7 +33,8 @@ public:
 
     /// The reports later than `since` as members of a JSON object, without its braces:
     /// "time":[...],"cpu":{...},... shaped like the report of ReportToJson with a column, oldest
-    /// first, in the place of each figure; null for what was not measured. In ASCII.
+    /// first, in the place of each figure; null for what was not measured. "first" beside columns
+    /// is the place in "time" that they begin at; they end with the last figure. In ASCII.
     std::string Json(std::time_t since) const;
 
     /// Memory taken, in bytes.

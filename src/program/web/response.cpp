@@ -15,7 +15,7 @@ constexpr const char* CONTENT_SECURITY_POLICY =
     "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
 
 constexpr int GZIP_WINDOW = 15 + 16;  // zlib's largest window, in gzip's format
-constexpr int GZIP_LEVEL = 3;         // an hour of figures in some milliseconds
+constexpr int GZIP_LEVEL = 1;         // an hour of figures in some milliseconds
 constexpr int GZIP_MEMORY = 8;        // zlib's default
 
 }  // namespace
