@@ -155,11 +155,11 @@ struct NetworkInfoResult {
 
 /// One interface as the latest normal pass found it. Strict reading only.
 struct NetworkInterfaceInfo {
-    char nic_name[MONITOR_NAME_LENGTH] = {};
-    uint64_t input_bytes = 0;     ///< received, bytes per second, truncated
-    uint64_t input_packets = 0;   ///< received, packets per second
-    uint64_t output_bytes = 0;    ///< transmitted, bytes per second, truncated
-    uint64_t output_packets = 0;  ///< transmitted, packets per second
+    char nic_name[MONITOR_NAME_LENGTH] = {};  ///< before the colon of its line
+    uint64_t input_bytes = 0;                 ///< received, bytes per second, truncated
+    uint64_t input_packets = 0;               ///< received, packets per second
+    uint64_t output_bytes = 0;                ///< transmitted, bytes per second, truncated
+    uint64_t output_packets = 0;              ///< transmitted, packets per second
 };
 
 /// Names of the registered disks.
