@@ -231,6 +231,8 @@ MonitorService::~MonitorService() {
         m_state->Stop(true);
     } else {
         // A child has no thread to stop, and what that was using at the fork cannot be freed.
+        // A destructor may end the child when memory is short.
+        // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new)
         static const auto* const kept = new std::shared_ptr<State>(m_state);
         static_cast<void>(kept);
     }

@@ -4,25 +4,28 @@
 
 #include <cerrno>
 #include <charconv>
-#include <cinttypes>
 #include <csignal>
-#include <cstdio>
+#include <sstream>
 
 #include "text_file.h"
 
 namespace corvane {
 
 std::optional<ProcessStat> ParseProcessStat(const std::string& stat_text) {
+    constexpr int FIELDS_BEFORE_START_TIME = 17;  // 5 to 21
     const size_t name_end = stat_text.rfind(')');
-    ProcessStat stat;
-    if (name_end == std::string::npos ||
-        sscanf(stat_text.c_str() + name_end + 1,
-               " %c %" SCNu32 " %*d %*d %*d %*d %*u %*u %*u %*u %*u %*u %*u %*d %*d %*d %*d %*d"
-               " %*d %" SCNu64,
-               &stat.state, &stat.parent, &stat.start_time) != 3) {
+    if (name_end == std::string::npos) {
         return std::nullopt;
     }
-    return stat;
+    std::istringstream fields(stat_text.substr(name_end + 1));
+    ProcessStat stat;
+    fields >> stat.state >> stat.parent;
+    std::string skipped;
+    for (int i = 0; i < FIELDS_BEFORE_START_TIME; ++i) {
+        fields >> skipped;
+    }
+    fields >> stat.start_time;
+    return fields ? std::optional(stat) : std::nullopt;
 }
 
 std::optional<ProcessStat> ReadProcessStat(uint32_t pid) {

@@ -230,6 +230,7 @@ Kernel::Kernel() {
 }
 
 Kernel::~Kernel() {
+    monotonic_us = 0;
     const std::lock_guard<std::mutex> lock(the_mutex);
     the_kernel = nullptr;
 }
@@ -409,11 +410,12 @@ int gettimeofday(struct timeval* time, void* zone) noexcept {
 }
 
 int clock_gettime(clockid_t clock, struct timespec* time) noexcept {
-    const Call call;
-    if (call.kernel == nullptr || clock != CLOCK_MONOTONIC || call.kernel->monotonic_us == 0) {
-        return Real(&clock_gettime, "clock_gettime")(clock, time);
+    static auto* const real = Real(&clock_gettime, "clock_gettime");
+    const int64_t now = Kernel::monotonic_us;
+    if (clock != CLOCK_MONOTONIC || now == 0) {
+        return real(clock, time);
     }
-    *time = {call.kernel->monotonic_us / 1000000, call.kernel->monotonic_us % 1000000 * 1000};
+    *time = {now / 1000000, now % 1000000 * 1000};
     return 0;
 }
 // Of this program alone: what waits in the libraries goes on with the real one.
