@@ -47,7 +47,8 @@ void AddProcesses(std::vector<uint32_t>& pids, const std::string& group, int dep
     }
     for (const std::string& name : NamesIn(group)) {
         if (depth < MAX_DEPTH) {
-            AddProcesses(pids, group + "/" + name, depth + 1);  // of a file: none
+            AddProcesses(pids, std::string(group).append("/").append(name),
+                         depth + 1);  // a file: none
         }
     }
 }
