@@ -11,6 +11,10 @@ namespace corvane {
 
 namespace {
 
+std::string Below(const std::string& folder, const std::string& name) {
+    return std::string(folder).append("/").append(name);
+}
+
 constexpr int MAX_DEPTH = 32;
 
 bool EndsWith(const std::string& text, const std::string& end) {
@@ -25,13 +29,13 @@ std::string FindBelow(const std::string& folder, const std::string& unit, int de
     for (const std::string& name : names) {
         // systemd puts an underscore before a name that a file of the control group could have.
         if (name == unit || name == "_" + unit) {
-            return folder + "/" + name;
+            return Below(folder, name);
         }
     }
     for (const std::string& name : names) {
         const bool holds_units = EndsWith(name, ".slice") || name.rfind("user@", 0) == 0;
         if (holds_units && depth < MAX_DEPTH) {
-            std::string found = FindBelow(folder + "/" + name, unit, depth + 1);
+            std::string found = FindBelow(Below(folder, name), unit, depth + 1);
             if (!found.empty()) {
                 return found;
             }
@@ -47,7 +51,7 @@ void AddProcesses(std::vector<uint32_t>& pids, const std::string& group, int dep
     }
     for (const std::string& name : NamesIn(group)) {
         if (depth < MAX_DEPTH) {
-            AddProcesses(pids, std::string(group).append("/").append(name),
+            AddProcesses(pids, Below(group, name),
                          depth + 1);  // a file: none
         }
     }
