@@ -62,8 +62,15 @@ public:
             m_lock.unlock();
             return;
         }
-        released.wait(
-            m_lock, [&] { return kernel->hanging.empty() || !IsAtOrBelow(path, kernel->hanging); });
+        // The kernel may end meanwhile: what hung in it goes on in the one that is there then.
+        released.wait(m_lock, [&] {
+            kernel = the_kernel;
+            return kernel == nullptr || kernel->hanging.empty() ||
+                   !IsAtOrBelow(path, kernel->hanging);
+        });
+        if (kernel == nullptr) {
+            m_lock.unlock();
+        }
     }
     Call(const Call&) = delete;
     Call& operator=(const Call&) = delete;
@@ -142,7 +149,7 @@ private:
     std::unique_lock<std::mutex> m_lock;
 
 public:
-    Kernel* const kernel;
+    Kernel* kernel;
 };
 
 /// A stream over the text as it was when it was opened.
@@ -233,6 +240,7 @@ Kernel::~Kernel() {
     monotonic_us = 0;
     const std::lock_guard<std::mutex> lock(the_mutex);
     the_kernel = nullptr;
+    released.notify_all();
 }
 
 void Kernel::Put(const std::string& path, Kind kind, std::string_view text, bool reads_fail) {
