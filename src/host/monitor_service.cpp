@@ -7,6 +7,7 @@
 #include <csignal>
 #include <exception>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
@@ -230,11 +231,10 @@ MonitorService::~MonitorService() {
     if (m_state->process == getpid()) {
         m_state->Stop(true);
     } else {
-        // A child has no thread to stop, and what that was using at the fork cannot be freed.
-        // A destructor may end the child when memory is short.
-        // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new)
-        static const auto* const kept = new std::shared_ptr<State>(m_state);
-        static_cast<void>(kept);
+        // A child has no thread to stop, and what that was using at the fork cannot be freed: kept
+        // for as long as the process lives.
+        alignas(std::shared_ptr<State>) static unsigned char kept[sizeof(std::shared_ptr<State>)];
+        new (kept) std::shared_ptr<State>(m_state);
     }
 }
 
