@@ -8,7 +8,7 @@ fail() { say "$(basename "$0"): $*"; exit 1; }
 mapfile -t BUILD_PACKAGES < <(
     sed -n '/^Build-Depends:/,/^[A-Z][^B]/s/^ \([a-z0-9.+-]*\).*/\1/p' debian/control | grep -v debhelper)
 BUILD_PACKAGES+=(g++)
-PACKAGE_PACKAGES=(debhelper dpkg-dev lintian)
+PACKAGE_PACKAGES=(build-essential debhelper lintian)
 TEST_PACKAGES=("${PACKAGE_PACKAGES[@]}" libgtest-dev libgmock-dev clang libclang-rt-dev
     python3 iproute2 strace openssl chromium chromium-driver)
 LINT_PACKAGES=(clang-format clang-tidy cppcheck doxygen shellcheck pyflakes3)
