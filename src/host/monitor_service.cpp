@@ -7,6 +7,7 @@
 #include <csignal>
 #include <exception>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
@@ -231,8 +232,8 @@ MonitorService::~MonitorService() {
         m_state->Stop(true);
     } else {
         // A child has no thread to stop, and what that was using at the fork cannot be freed.
-        static const auto* const kept = new std::shared_ptr<State>(m_state);
-        static_cast<void>(kept);
+        alignas(std::shared_ptr<State>) static unsigned char kept[sizeof(std::shared_ptr<State>)];
+        new (kept) std::shared_ptr<State>(m_state);
     }
 }
 

@@ -4,25 +4,34 @@
 
 #include <cerrno>
 #include <charconv>
-#include <cinttypes>
 #include <csignal>
-#include <cstdio>
+#include <sstream>
 
 #include "text_file.h"
 
 namespace corvane {
 
+namespace {
+
+constexpr int FIRST_SKIPPED_FIELD = 5;
+constexpr int START_TIME_FIELD = 22;
+
+}  // namespace
+
 std::optional<ProcessStat> ParseProcessStat(const std::string& stat_text) {
     const size_t name_end = stat_text.rfind(')');
-    ProcessStat stat;
-    if (name_end == std::string::npos ||
-        sscanf(stat_text.c_str() + name_end + 1,
-               " %c %" SCNu32 " %*d %*d %*d %*d %*u %*u %*u %*u %*u %*u %*u %*d %*d %*d %*d %*d"
-               " %*d %" SCNu64,
-               &stat.state, &stat.parent, &stat.start_time) != 3) {
+    if (name_end == std::string::npos) {
         return std::nullopt;
     }
-    return stat;
+    std::istringstream fields(stat_text.substr(name_end + 1));
+    ProcessStat stat;
+    fields >> stat.state >> stat.parent;
+    std::string skipped;
+    for (int field = FIRST_SKIPPED_FIELD; field < START_TIME_FIELD; ++field) {
+        fields >> skipped;
+    }
+    fields >> stat.start_time;
+    return fields ? std::optional(stat) : std::nullopt;
 }
 
 std::optional<ProcessStat> ReadProcessStat(uint32_t pid) {

@@ -25,13 +25,13 @@ std::string FindBelow(const std::string& folder, const std::string& unit, int de
     for (const std::string& name : names) {
         // systemd puts an underscore before a name that a file of the control group could have.
         if (name == unit || name == "_" + unit) {
-            return folder + "/" + name;
+            return Below(folder, name);
         }
     }
     for (const std::string& name : names) {
         const bool holds_units = EndsWith(name, ".slice") || name.rfind("user@", 0) == 0;
         if (holds_units && depth < MAX_DEPTH) {
-            std::string found = FindBelow(folder + "/" + name, unit, depth + 1);
+            std::string found = FindBelow(Below(folder, name), unit, depth + 1);
             if (!found.empty()) {
                 return found;
             }
@@ -41,13 +41,13 @@ std::string FindBelow(const std::string& folder, const std::string& unit, int de
 }
 
 void AddProcesses(std::vector<uint32_t>& pids, const std::string& group, int depth) {
-    std::istringstream lines(ReadWholeFile(group + "/cgroup.procs"));
+    std::istringstream lines(ReadWholeFile(Below(group, "cgroup.procs")));
     for (uint32_t pid = 0; lines >> pid;) {
         pids.push_back(pid);
     }
     for (const std::string& name : NamesIn(group)) {
         if (depth < MAX_DEPTH) {
-            AddProcesses(pids, group + "/" + name, depth + 1);  // of a file: none
+            AddProcesses(pids, Below(group, name), depth + 1);  // of a file: none
         }
     }
 }
