@@ -8,6 +8,8 @@
 //
 // Beyond crashes the target checks what the header promises of every operation: defined statuses,
 // records in bounds, nothing left open, records of the log that can be formatted.
+#include <sys/sysmacros.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -42,6 +44,7 @@ const std::map<char, std::string> KERNEL_FILES = {
     {'d', "/proc/diskstats"},
     {'r', "/proc/mdstat"},
     {'t', "/etc/mtab"},
+    {'i', "/proc/self/mountinfo"},
     {'p', "/proc/4711/stat"},
     {'u', "/proc/4711/status"},
     {'w', "/proc/4711/net/dev"},
@@ -56,6 +59,7 @@ constexpr char TAG_FAIL = 'f';   // tag of a file, bytes that can be read (two b
 constexpr char TAG_GONE = 'g';   // tags of files to remove
 
 int32_t disk_size_status = 0;
+bool is_strict = false;
 
 template <size_t N>
 void CheckEnds(const char (&name)[N]) {
@@ -65,7 +69,8 @@ void CheckEnds(const char (&name)[N]) {
 void CheckStatus(int32_t status) {
     FUZZ_CHECK(status == 0 || status == COMMON_ERR_INVALID_ARGUMENTS ||
                    status == COMMON_ERR_LINUX_SYSTEM_CALL_FAIL ||
-                   status == COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE,
+                   status == COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE ||
+                   (is_strict && status == COMMON_ERR_NO_BLOCK_DEVICE),
                "status");
 }
 
@@ -150,7 +155,9 @@ constexpr void (*OPERATIONS[])(const Call&) = {
         status = c.m.GetProcessMaxThreadCPUMonitorInfo(thread, c.pid, c.log);
         CheckFigures(status, thread == 0);
         FUZZ_CHECK(thread <= MAX_THREAD_PERCENT, "busiest thread");
+        FUZZ_CHECK(!is_strict || (process >= 0 && thread >= 0), "negative");
         CheckStatus(c.m.GetProcessCPUMonitorInfoForTinyCycle(process, thread, c.pid, c.log));
+        FUZZ_CHECK(!is_strict || (process >= 0 && thread >= 0), "negative");
     },
     [](const Call& c) {
         MemoryInfo memory;
@@ -244,6 +251,29 @@ constexpr void (*OPERATIONS[])(const Call&) = {
         CheckStatus(c.m.ClearProcessNetWorkPhasedCacheValueForTinyCycle(c.log));
     },
     [](const Call& c) {
+        is_strict = c.refresh;
+        CheckStatus(c.m.SetStrictReading(is_strict, c.log));
+    },
+    [](const Call& c) {
+        std::vector<const char*> interfaces = c.Paths();
+        const auto count = static_cast<uint32_t>(c.index);
+        CheckStatus(c.m.SetNetworkInterfaces(c.null ? nullptr : interfaces.data(), count, c.log));
+    },
+    [](const Call& c) {
+        constexpr uint32_t MAX_PERCENT = 100;
+        std::vector<CPUCoreInfo> cores(1);
+        std::vector<NetworkInterfaceInfo> interfaces(1);
+        CheckFigures(c.m.GetCPUCoreInfo(cores, c.log), cores.empty());
+        CheckFigures(c.m.GetNetworkInterfaceInfo(interfaces, c.log), interfaces.empty());
+        for (const CPUCoreInfo& core : cores) {
+            CheckEnds(core.cpu_core_name);
+            FUZZ_CHECK(core.cpu_utilization <= MAX_PERCENT, "core");
+        }
+        for (const NetworkInterfaceInfo& interface : interfaces) {
+            CheckEnds(interface.nic_name);
+        }
+    },
+    [](const Call& c) {
         static LogCategory category;
         category.piPriorityLow = &LOG_PRIORITY_TRACE;
         c.log = c.refresh ? &category : nullptr;
@@ -258,6 +288,17 @@ class Session {
 public:
     Session() {
         m_log.piPriorityLow = &LOG_PRIORITY_TRACE;
+        is_strict = false;
+        // An array, a partition, what only its mount tells, and what no table lists.
+        m_kernel.status["/"].st_dev = makedev(9, 127);
+        m_kernel.status["/data"].st_dev = makedev(8, 1);
+        m_kernel.status["/srv"].st_dev = makedev(0, 30);
+        m_kernel.status["/mnt"].st_dev = makedev(8, 99);
+        m_kernel.status["/dev/sdb"].st_mode = S_IFBLK;
+        m_kernel.status["/dev/sdb"].st_rdev = makedev(8, 2);
+        m_kernel.Write("/dev/sdb", "");
+        m_kernel.Write("/sys/devices/sda/sda1/partition", "");
+        m_kernel.MakeLink("/sys/dev/block/8:1", "../../devices/sda/sda1");
         SetNames(
             "cpu\x1f"
             "cpu1\x1f"
@@ -285,6 +326,7 @@ public:
         if (m_monitor == nullptr) {  // now, so that discovery meets the script's files
             m_monitor = std::make_unique<MonitorPhysicalUtilTestPeer>();
         }
+        m_kernel.monotonic_us += 10000 * choice;
         OPERATIONS[index % std::size(OPERATIONS)]({m_monitor->monitor, m_handle, m_names, choice});
         FUZZ_CHECK(m_kernel.CountOpen() == 0, "left open");
     }
@@ -375,8 +417,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     constexpr uint8_t REFRESH_EACH_SECOND = 1;
     Session session;
     session.Play({reinterpret_cast<const char*>(data), size});
-    for (size_t i = 0; i < std::size(OPERATIONS); ++i) {
-        session.Run(i, REFRESH_EACH_SECOND);
+    for (size_t i = 0; i < 2 * std::size(OPERATIONS); ++i) {
+        session.Run(i, REFRESH_EACH_SECOND);  // the second round is the strict reading's
     }
     return 0;
 }

@@ -61,6 +61,23 @@ void CheckNamedLines(const std::string& line) {
                   &disk.time_spent_doing_ios, &disk.weighted_time_spent_doing_ios},
                  [&](const char*) { return ParseDiskLine(line.c_str(), disk); });
     FUZZ_CHECK(disk.device_name == name, line.c_str());
+    CheckNumbers(rest, "%lu %lu %lu %lu", {&cpu.user, &cpu.nice, &cpu.system, &cpu.idle},
+                 [&](const char*) { return ParseCoreLine(line.c_str(), cpu); });
+}
+
+/// The finders of the strict reading find what they say, and its parsers of words read no further.
+void CheckWords(const std::string& line) {
+    std::string array;
+    std::vector<std::string> members;
+    MountEntry mount;
+    FUZZ_CHECK(!ParseArrayLine(line.c_str(), array, members) || array.substr(0, 2) == "md",
+               line.c_str());
+    FUZZ_CHECK(!ParseMountEntry(line.c_str(), mount) || !mount.file_system.empty(), line.c_str());
+    std::string text = "7 7 x 1\n" + line + "\n7 8 sda 1\n";
+    const char* const by_name = FindDeviceLine(text.data(), "sda");
+    const char* const by_number = FindDeviceLine(text.data(), 7, 8);
+    FUZZ_CHECK(by_name != nullptr && strncmp(by_name, "sda ", 4) == 0, line.c_str());
+    FUZZ_CHECK(by_number != nullptr, line.c_str());
 }
 
 void CheckLine(const std::string& line) {
@@ -73,10 +90,19 @@ void CheckLine(const std::string& line) {
     CheckNumbers(line, "%*u %*s %*s %*u %*u %*u %*u %*u %*u %*u %*u %*u %*u %lu %lu %lu %lu",
                  {&process.user, &process.system, &process.user_wait, &process.system_wait},
                  [&](const char* text) { return ParseProcessTimes(text, process); });
+    ThreadCPUInfo thread;
     CheckNumbers(line, "%*u %*s %*s %*u %*u %*u %*u %*u %*u %*u %*u %*u %*u %lu %lu",
-                 {&process.user, &process.system}, [&](const char* text) {
-                     return ParseThreadTimes(text, process.user, process.system);
+                 {&thread.user, &thread.system},
+                 [&](const char* text) { return ParseThreadTimes(text, thread); });
+    CheckNumbers(line.substr(line.rfind(')') + 1),
+                 "%*s %*u %*u %*u %*u %*u %*u %*u %*u %*u %*u %lu %lu %lu %lu %*u %*u %*u %*u %lu",
+                 {&process.user, &process.system, &process.user_wait, &process.system_wait,
+                  &process.start_time},
+                 [&](const char* text) {
+                     return ParseProcessStat((")" + std::string(text)).c_str(), process);
                  });
+    FUZZ_CHECK(!ParseThreadStat(line.c_str(), thread) || thread.start_time == process.start_time,
+               line.c_str());
     CheckNumbers(line, "%*s %lu", {&process.user},
                  [&](const char* text) { return ParseKeyValue(text, process.user); });
 }
@@ -106,6 +132,7 @@ void CheckParsers(std::string_view text) {
         const std::string line = std::string(whole).c_str();  // up to a NUL
         CheckLine(line);
         CheckMountLine(line);
+        CheckWords(line);
     }
 }
 

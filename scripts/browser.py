@@ -14,9 +14,9 @@ CHROMIUM_ARGUMENTS = [
     "--disable-background-networking", "--disable-component-update", "--disable-sync"]
 
 
-def missing():
-    """What is not installed, or an empty text."""
-    tools = ("chromium", "chromedriver")
+def missing(*others):
+    """Which programs are not installed, these or those that the browser needs; or an empty text."""
+    tools = ("chromium", "chromedriver", *others)
     return ", ".join(tool for tool in tools if shutil.which(tool) is None)
 
 

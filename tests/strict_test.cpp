@@ -114,6 +114,9 @@ TEST_F(StrictPasses, AProcessByTheClock) {
     kernel.Remove("/proc/1/task/2");
     EXPECT_EQ(Pass(1000, {{"/proc/1/task/1/stat", ProcessStatText(1, "x", 1, 0, 0, 0, 7)}}),
               "process 1 -");
+    // A child of long before is waited for: none of its time is of this pass.
+    EXPECT_EQ(Pass(1000, {{"/proc/1/stat", ProcessStatText(PID, "a", 303, 0, 9999, 9, 100)}}),
+              "process 1 100");
     // Another process, and then none of its counters moves; then all of them wrap.
     EXPECT_EQ(TinyPass(0, Process(9, {9}, 200)), "tiny process -");
     EXPECT_EQ(Pass(1000, {}, false), "process -");

@@ -155,11 +155,11 @@ struct NetworkInfoResult {
 
 /// One interface as the latest normal pass found it. Strict reading only.
 struct NetworkInterfaceInfo {
-    char nic_name[MONITOR_NAME_LENGTH] = {};
-    uint64_t input_bytes = 0;     ///< received, bytes per second, truncated
-    uint64_t input_packets = 0;   ///< received, packets per second
-    uint64_t output_bytes = 0;    ///< transmitted, bytes per second, truncated
-    uint64_t output_packets = 0;  ///< transmitted, packets per second
+    char nic_name[MONITOR_NAME_LENGTH] = {};  ///< before the colon of its line
+    uint64_t input_bytes = 0;                 ///< received, bytes per second, truncated
+    uint64_t input_packets = 0;               ///< received, packets per second
+    uint64_t output_bytes = 0;                ///< transmitted, bytes per second, truncated
+    uint64_t output_packets = 0;              ///< transmitted, packets per second
 };
 
 /// Names of the registered disks.
@@ -542,8 +542,8 @@ public:
     // primes and the second measures. A pid that is another process by its start time is primed
     // anew, and its figures until the next pass are the old one's no longer but
     // COMMON_ERR_INVALID_ARGUMENTS; a thread likewise. A pass within 50 ms of the one before
-    // changes nothing: the kernel counts in ticks of 10. No figure is negative. Children count,
-    // with all of their time, in the pass in which they were waited for. A process none of whose
+    // changes nothing: the kernel counts in ticks of 10. No figure is negative. Children that were
+    // waited for are not counted: all of their time would come in one pass. A process none of whose
     // threads could be measured has no busiest thread: COMMON_ERR_INVALID_ARGUMENTS. In
     // CalcProcessCPUInfoForTinyCycle the samples' `sampled_at` tells the time; the machine's sample
     // only has to be there.

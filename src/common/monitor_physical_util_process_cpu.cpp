@@ -65,9 +65,8 @@ uint64_t ThreadTicks(const ThreadCPUInfo& old_info, const ThreadCPUInfo& now_inf
 
 /// What each process column and each thread rose by; one that stepped back counts as nothing.
 uint64_t ProcessRise(const ProcessCPUInfo& old_info, const ProcessCPUInfo& now_info) {
-    return Rise(old_info.user, now_info.user) + Rise(old_info.system, now_info.system) +
-           Rise(old_info.user_wait, now_info.user_wait) +
-           Rise(old_info.system_wait, now_info.system_wait);
+    // Without children: all of their time would come at once, in the pass they were waited for.
+    return Rise(old_info.user, now_info.user) + Rise(old_info.system, now_info.system);
 }
 
 uint64_t ThreadRise(const ThreadCPUInfo& old_info, const ThreadCPUInfo& now_info) {

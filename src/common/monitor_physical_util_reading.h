@@ -20,6 +20,7 @@ namespace CorvaneCommon {
 class KernelText {
 public:
     /// @param whole the instance's buffer; null: cut to the one on the stack
+    // cppcheck-suppress uninitMemberVar // filled before it is read
     explicit KernelText(std::vector<char>* whole) : m_whole(whole) {}
     KernelText(const KernelText&) = delete;
     KernelText& operator=(const KernelText&) = delete;

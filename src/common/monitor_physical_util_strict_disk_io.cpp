@@ -21,15 +21,15 @@ bool AnyFell(const DiskIOInfo& old_info, const DiskIOInfo& now_info) {
 }
 
 /// The line of a device between two places in the text; null when it is not there.
-char* FindDeviceBetween(char* start, const char* end, const char* name) {
+char* FindDeviceBetween(char* first, const char* last, const char* name) {
     const size_t length = strlen(name);
-    for (char* line = start; line != nullptr && line < end; line = NextLine(line)) {
+    for (char* line = first; line != nullptr && line < last; line = NextLine(line)) {
         const char* position = line;
-        if (SkipWord(position) && SkipWord(position)) {
-            position = SkipSpace(position);
-            if (strncmp(position, name, length) == 0 && position[length] == ' ') {
-                return line + (position - line);
-            }
+        SkipWord(position);  // both numbers of the device
+        SkipWord(position);
+        position = SkipSpace(position);
+        if (strncmp(position, name, length) == 0 && position[length] == ' ') {
+            return line + (position - line);
         }
     }
     return nullptr;
@@ -37,13 +37,12 @@ char* FindDeviceBetween(char* start, const char* end, const char* name) {
 
 /// Lines move little from call to call: looks first from where this one stood on.
 char* FindDeviceFrom(char* text, size_t text_length, size_t position, const char* name) {
-    const char* const end = text + text_length;
-    char* start = text + std::min(position, text_length);
-    while (start != text && start[-1] != '\n') {
-        --start;
+    char* place = text + std::min(position, text_length);
+    while (place != text && place[-1] != '\n') {
+        --place;
     }
-    char* const line = FindDeviceBetween(start, end, name);
-    return line == nullptr ? FindDeviceBetween(text, start, name) : line;
+    char* const line = FindDeviceBetween(place, text + text_length, name);
+    return line == nullptr ? FindDeviceBetween(text, place, name) : line;
 }
 
 }  // namespace

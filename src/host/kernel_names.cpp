@@ -109,7 +109,9 @@ std::vector<std::string> ThreadNames(uint32_t pid) {
     std::vector<std::string> names;
     const std::string tasks = ProcessFile(pid, "task");
     for (const std::string& tid : NamesIn(tasks)) {
-        names.push_back(WithoutFinalNewline(ReadWholeFile(Below(tasks, tid) + "/comm")));
+        std::string path = tasks;
+        path.append("/").append(tid).append("/comm");
+        names.push_back(WithoutFinalNewline(ReadWholeFile(path)));
     }
     return names;
 }

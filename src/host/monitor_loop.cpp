@@ -9,7 +9,9 @@ namespace corvane {
 
 namespace {
 
-constexpr std::chrono::milliseconds PROBE_PATIENCE{100};  // for all paths of a cycle together
+// For all paths of a cycle together, each waited for once: long enough for threads that a busy
+// machine keeps waiting.
+constexpr std::chrono::milliseconds PROBE_PATIENCE{500};
 
 /// Discovers the machine anew for the reading that is asked for.
 void ChooseReading(CorvaneCommon::CMonitorPhysicalUtil& monitor, const ServiceSettings& settings) {

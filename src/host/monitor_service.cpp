@@ -231,7 +231,8 @@ MonitorService::~MonitorService() {
     if (m_state->process == getpid()) {
         m_state->Stop(true);
     } else {
-        // A child has no thread to stop, and what that was using at the fork cannot be freed.
+        // A child has no thread to stop, and what that was using at the fork cannot be freed: kept
+        // for as long as the process lives.
         alignas(std::shared_ptr<State>) static unsigned char kept[sizeof(std::shared_ptr<State>)];
         new (kept) std::shared_ptr<State>(m_state);
     }

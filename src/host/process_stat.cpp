@@ -11,14 +11,8 @@
 
 namespace corvane {
 
-namespace {
-
-constexpr int FIRST_SKIPPED_FIELD = 5;
-constexpr int START_TIME_FIELD = 22;
-
-}  // namespace
-
 std::optional<ProcessStat> ParseProcessStat(const std::string& stat_text) {
+    constexpr int FIELDS_BEFORE_START_TIME = 17;  // 5 to 21
     const size_t name_end = stat_text.rfind(')');
     if (name_end == std::string::npos) {
         return std::nullopt;
@@ -27,7 +21,7 @@ std::optional<ProcessStat> ParseProcessStat(const std::string& stat_text) {
     ProcessStat stat;
     fields >> stat.state >> stat.parent;
     std::string skipped;
-    for (int field = FIRST_SKIPPED_FIELD; field < START_TIME_FIELD; ++field) {
+    for (int i = 0; i < FIELDS_BEFORE_START_TIME; ++i) {
         fields >> skipped;
     }
     fields >> stat.start_time;

@@ -53,10 +53,6 @@ std::string ReadWholeFile(const std::string& path, PathTrouble* trouble, size_t 
     return text;
 }
 
-std::string Below(std::string folder, const std::string& name) {
-    return folder.append("/").append(name);
-}
-
 std::vector<std::string> NamesIn(const std::string& folder) {
     std::vector<std::string> names;
     const std::unique_ptr<DIR, CloseFolder> entries(opendir(folder.c_str()));

@@ -24,9 +24,6 @@ PathTrouble Trouble(const char* verb, const std::string& path, int error_number)
 std::string ReadWholeFile(const std::string& path, PathTrouble* trouble = nullptr,
                           size_t most = SIZE_MAX);
 
-/// "FOLDER/NAME".
-std::string Below(std::string folder, const std::string& name);
-
 /// The entries of a folder but those that begin with a dot, sorted; none when it cannot be opened.
 std::vector<std::string> NamesIn(const std::string& folder);
 

@@ -11,6 +11,10 @@ namespace corvane {
 
 namespace {
 
+std::string Below(const std::string& folder, const std::string& name) {
+    return std::string(folder).append("/").append(name);
+}
+
 constexpr int MAX_DEPTH = 32;
 
 bool EndsWith(const std::string& text, const std::string& end) {
@@ -41,13 +45,14 @@ std::string FindBelow(const std::string& folder, const std::string& unit, int de
 }
 
 void AddProcesses(std::vector<uint32_t>& pids, const std::string& group, int depth) {
-    std::istringstream lines(ReadWholeFile(Below(group, "cgroup.procs")));
+    std::istringstream lines(ReadWholeFile(group + "/cgroup.procs"));
     for (uint32_t pid = 0; lines >> pid;) {
         pids.push_back(pid);
     }
     for (const std::string& name : NamesIn(group)) {
         if (depth < MAX_DEPTH) {
-            AddProcesses(pids, Below(group, name), depth + 1);  // of a file: none
+            AddProcesses(pids, Below(group, name),
+                         depth + 1);  // a file: none
         }
     }
 }

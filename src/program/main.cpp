@@ -195,6 +195,25 @@ void Run(const Options& options) {
     ShowReports(*inbox, outputs, options.count);
 }
 
+/// Where an allocation fails that nothing can catch: before main(), as libraries allocate when they
+/// are loaded.
+void OnTerminate() {
+    try {
+        if (const std::exception_ptr error = std::current_exception()) {
+            std::rethrow_exception(error);
+        }
+    } catch (const std::bad_alloc&) {
+        fputs("corvane-monitor: not enough memory\n", stderr);
+        _exit(EXIT_FAILURE);
+    } catch (...) {  // a fault of the program, which leaves a core
+    }
+    abort();
+}
+
+[[gnu::constructor(101)]] void HandleTerminate() {  // the first of all
+    std::set_terminate(OnTerminate);
+}
+
 /// What is opened later must not become standard output by taking its number.
 void OccupyStandardDescriptors() {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {

@@ -208,7 +208,8 @@ CommandLine ParseCommandLine(int argc, const char* const* argv) {
         app.add_option("--listen", listen,
                        "a page, and metrics for a Prometheus server, on ADDRESS:PORT;\n"
                        "nothing printed; without an address on the loopback only")
-            ->check(CLI::Validator(CheckAddress, "ADDRESS:PORT"))
+            ->check(CLI::Validator(CheckAddress, ""))
+            ->option_text("ADDRESS:PORT")
             ->excludes(watch_flag)
             ->excludes(format_option);
     auto* const certificate_option =

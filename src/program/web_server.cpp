@@ -8,17 +8,15 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
 
 #include "web/connections.h"
-#include "web/content.h"
 #include "web/descriptor.h"
 #include "web/listener.h"
-#include "web/password.h"
+#include "web/request_handler.h"
 #include "web/tls.h"
 
 namespace corvane::program {
@@ -26,38 +24,13 @@ namespace corvane::program {
 namespace {
 
 using namespace std::chrono_literals;
-using Verdict = PasswordCheck::Verdict;
 
 constexpr size_t MAX_CONNECTIONS = 2000;
 constexpr size_t KEPT_DESCRIPTORS = 8;  // for what measures: it opens one or two files at a time
 constexpr size_t CONNECTION_MEMORY = size_t{16} * 1024;  // a request's line and headers fit
-constexpr size_t MAX_BODY = size_t{1024} * 1024;         // read before a request is refused
 constexpr auto SWEEP_PERIOD = 1s;
 constexpr auto FULL_PAUSE = 1ms;      // until a slot may be free
 constexpr auto FAILED_PAUSE = 100ms;  // when the system has no descriptors or memory
-
-/// A C string from the library, or an empty one.
-std::string_view View(const char* text) {
-    return text == nullptr ? std::string_view() : std::string_view(text);
-}
-
-std::string_view HeaderOf(MHD_Connection* client, const char* name) {
-    return View(MHD_lookup_connection_value(client, MHD_HEADER_KIND, name));
-}
-
-std::time_t SinceOf(MHD_Connection* client) {
-    const std::string_view text =
-        View(MHD_lookup_connection_value(client, MHD_GET_ARGUMENT_KIND, "since"));
-    std::time_t since = 0;
-    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), since);
-    return parsed.ec == std::errc() && parsed.ptr == text.data() + text.size() ? since : 0;
-}
-
-bool TakesGzip(MHD_Connection* client) {
-    const std::string_view accepted = HeaderOf(client, MHD_HTTP_HEADER_ACCEPT_ENCODING);
-    return accepted.find("gzip") != std::string_view::npos &&
-           accepted.find("gzip;q=0") == std::string_view::npos;
-}
 
 void Require(bool works, const char* what) {
     if (!works) {
@@ -85,6 +58,7 @@ public:
 private:
     using Reports = std::vector<std::shared_ptr<const Report>>;
 
+    void Wake() const { eventfd_write(m_wake.Get(), 1); }
     void StartDaemon();
     void Watch(int descriptor) const;
     void WatchListener(bool watched) const;
@@ -93,12 +67,6 @@ private:
     void TakeReports();
     void AcceptOne();
     void Pause(Clock::duration time);
-
-    MHD_Result Handle(MHD_Connection* client, const char* path, std::string_view method,
-                      size_t* body_size, void** seen);
-    bool MayRead(MHD_Connection* client, Verdict& verdict);
-    void QueueCheck(MHD_Connection* client, const std::string& user, const std::string& password);
-    static Answer Denial(Verdict verdict);
 
     static MHD_Result OnRequest(void* self, MHD_Connection* client, const char* path,
                                 const char* method, const char* version, const char* body,
@@ -112,17 +80,17 @@ private:
     WebSettings m_settings;
     Listener m_listener;
     TlsFiles m_tls;
+    std::string m_tls_versions = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
     Descriptor m_poll;
     Descriptor m_wake;
     MHD_Daemon* m_daemon = nullptr;
     size_t m_max_connections = 0;
     Clock::time_point m_accept_again = Clock::time_point::max();  // max: accepting
     Connections m_connections;
-    Content m_content;
+    std::unique_ptr<RequestHandler> m_handler;
     std::mutex m_mutex;
     Reports m_reports;  // stored, not taken yet
     std::atomic<bool> m_stop{false};
-    std::unique_ptr<PasswordCheck> m_passwords;
     std::thread m_thread;
 };
 
@@ -135,9 +103,7 @@ WebServer::Service::Service(const WebSettings& settings)
     m_poll = Descriptor(epoll_create1(EPOLL_CLOEXEC));
     m_wake = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     Require(m_poll.Get() >= 0 && m_wake.Get() >= 0, "waiting for clients");
-    if (!settings.password_file.empty()) {
-        m_passwords = std::make_unique<PasswordCheck>(settings.password_file);
-    }
+    m_handler = std::make_unique<RequestHandler>(settings.password_file, [this] { Wake(); });
     StartDaemon();
     try {
         Watch(m_listener.socket.Get());
@@ -156,9 +122,9 @@ WebServer::Service::Service(const WebSettings& settings)
 
 WebServer::Service::~Service() {
     m_stop = true;
-    eventfd_write(m_wake.Get(), 1);
+    Wake();
     m_thread.join();
-    m_passwords.reset();  // no request is suspended any more
+    m_handler->EndChecks();
     MHD_stop_daemon(m_daemon);
 }
 
@@ -172,6 +138,7 @@ void WebServer::Service::StartDaemon() {
         flags |= MHD_USE_TLS;
         options.push_back({MHD_OPTION_HTTPS_MEM_CERT, 0, m_tls.certificate.data()});
         options.push_back({MHD_OPTION_HTTPS_MEM_KEY, 0, m_tls.key.data()});
+        options.push_back({MHD_OPTION_HTTPS_PRIORITIES, 0, m_tls_versions.data()});
     }
     options.push_back({MHD_OPTION_END, 0, nullptr});
     m_daemon = MHD_start_daemon(flags, 0, nullptr, nullptr, &OnRequest, this, MHD_OPTION_ARRAY,
@@ -200,7 +167,7 @@ void WebServer::Service::Store(std::shared_ptr<const Report> report) {
         const std::lock_guard lock(m_mutex);
         m_reports.push_back(std::move(report));
     }
-    eventfd_write(m_wake.Get(), 1);
+    Wake();
 }
 
 void WebServer::Service::Run() {
@@ -256,7 +223,7 @@ void WebServer::Service::TakeReports() {
     }
     for (std::shared_ptr<const Report>& report : reports) {
         try {
-            m_content.Add(std::move(report));
+            m_handler->Add(std::move(report));
         } catch (const std::bad_alloc&) {
             // The page shows a gap.
         }
@@ -309,16 +276,6 @@ void WebServer::Service::OnConnection(void* self, MHD_Connection* client, void**
     }
 }
 
-namespace {
-
-/// Null for a connection that there was no memory for.
-Connection* ConnectionOf(MHD_Connection* client) {
-    const auto* const info = MHD_get_connection_info(client, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
-    return static_cast<Connection*>(info->socket_context);
-}
-
-}  // namespace
-
 void* WebServer::Service::OnRequestLine(void* /*self*/, const char* /*uri*/,
                                         MHD_Connection* client) {
     if (Connection* const connection = ConnectionOf(client)) {
@@ -338,100 +295,11 @@ MHD_Result WebServer::Service::OnRequest(void* self, MHD_Connection* client, con
                                          const char* method, const char* /*version*/,
                                          const char* /*body*/, size_t* body_size, void** seen) {
     try {
-        return static_cast<Service*>(self)->Handle(client, path, method, body_size, seen);
+        return static_cast<Service*>(self)->m_handler->Handle(client, path, method, body_size,
+                                                              seen);
     } catch (const std::exception&) {
         return MHD_NO;  // no memory: costs this request and its connection
     }
-}
-
-/// Called when the headers are there, for each part of a body, and when all is there.
-MHD_Result WebServer::Service::Handle(MHD_Connection* client, const char* path,
-                                      std::string_view method, size_t* body_size, void** seen) {
-    Connection* const connection = ConnectionOf(client);
-    if (connection == nullptr) {
-        return MHD_NO;
-    }
-    if (*seen == nullptr) {
-        *seen = connection;
-        return MHD_YES;
-    }
-    if (*body_size > 0) {
-        connection->discarded_bytes += *body_size;
-        *body_size = 0;
-        return connection->discarded_bytes <= MAX_BODY ? MHD_YES : MHD_NO;
-    }
-    Answer answer;
-    Verdict verdict = Verdict::Accepted;
-    if (path != std::string_view("/-/healthy") && !MayRead(client, verdict)) {
-        if (verdict == Verdict::Unknown) {
-            return MHD_YES;  // called again when the password is checked
-        }
-        answer = Denial(verdict);
-    } else if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
-        answer = Refusal(MHD_HTTP_METHOD_NOT_ALLOWED, "Only GET and HEAD are allowed.");
-        AddHeader(answer.response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
-    } else {
-        answer = m_content.Get({path, TakesGzip(client),
-                                HeaderOf(client, MHD_HTTP_HEADER_IF_NONE_MATCH), SinceOf(client)});
-    }
-    return MHD_queue_response(client, answer.status, answer.response.get());
-}
-
-/// False with the verdict; Unknown: the request is suspended until there is one.
-bool WebServer::Service::MayRead(MHD_Connection* client, Verdict& verdict) {
-    if (m_passwords == nullptr) {
-        return true;
-    }
-    verdict = ConnectionOf(client)->verdict;
-    if (verdict != Verdict::Unknown) {
-        return verdict == Verdict::Accepted;
-    }
-    char* given_password = nullptr;
-    char* const given_user = MHD_basic_auth_get_username_password(client, &given_password);
-    const std::unique_ptr<char, void (*)(void*)> user_owner(given_user, MHD_free);
-    const std::unique_ptr<char, void (*)(void*)> password_owner(given_password, MHD_free);
-    if (given_user == nullptr || given_password == nullptr) {
-        verdict = Verdict::Refused;
-        return false;
-    }
-    const std::string user(given_user);
-    const std::string password(given_password);
-    if (m_passwords->Knows(user, password)) {
-        return true;
-    }
-    QueueCheck(client, user, password);
-    return false;
-}
-
-void WebServer::Service::QueueCheck(MHD_Connection* client, const std::string& user,
-                                    const std::string& password) {
-    Connection* const connection = ConnectionOf(client);
-    const auto done = [client, connection](Verdict found) {
-        connection->verdict = found;
-        MHD_resume_connection(client);
-    };
-    MHD_suspend_connection(client);
-    bool queued = false;
-    try {
-        queued = m_passwords->Queue(user, password, done);
-    } catch (const std::bad_alloc&) {
-        // As if too many waited.
-    }
-    if (!queued) {
-        done(Verdict::Busy);
-    }
-}
-
-Answer WebServer::Service::Denial(Verdict verdict) {
-    if (verdict == Verdict::Busy) {
-        Answer answer = Refusal(MHD_HTTP_TOO_MANY_REQUESTS, "Too many passwords to check.");
-        AddHeader(answer.response, MHD_HTTP_HEADER_RETRY_AFTER, "1");
-        return answer;
-    }
-    Answer answer = Refusal(MHD_HTTP_UNAUTHORIZED, "A user and a password are needed.");
-    AddHeader(answer.response, MHD_HTTP_HEADER_WWW_AUTHENTICATE,
-              "Basic realm=\"corvane-monitor\", charset=\"UTF-8\"");
-    return answer;
 }
 
 WebServer::WebServer(const WebSettings& settings)

@@ -62,8 +62,15 @@ public:
             m_lock.unlock();
             return;
         }
-        released.wait(
-            m_lock, [&] { return kernel->hanging.empty() || !IsAtOrBelow(path, kernel->hanging); });
+        // The kernel may end meanwhile: what hung in it goes on in the one that is there then.
+        released.wait(m_lock, [&] {
+            kernel = the_kernel;
+            return kernel == nullptr || kernel->hanging.empty() ||
+                   !IsAtOrBelow(path, kernel->hanging);
+        });
+        if (kernel == nullptr) {
+            m_lock.unlock();
+        }
     }
     Call(const Call&) = delete;
     Call& operator=(const Call&) = delete;
@@ -142,7 +149,7 @@ private:
     std::unique_lock<std::mutex> m_lock;
 
 public:
-    Kernel* const kernel;
+    Kernel* kernel;
 };
 
 /// A stream over the text as it was when it was opened.
@@ -230,8 +237,10 @@ Kernel::Kernel() {
 }
 
 Kernel::~Kernel() {
+    monotonic_us = 0;
     const std::lock_guard<std::mutex> lock(the_mutex);
     the_kernel = nullptr;
+    released.notify_all();
 }
 
 void Kernel::Put(const std::string& path, Kind kind, std::string_view text, bool reads_fail) {
@@ -409,11 +418,12 @@ int gettimeofday(struct timeval* time, void* zone) noexcept {
 }
 
 int clock_gettime(clockid_t clock, struct timespec* time) noexcept {
-    const Call call;
-    if (call.kernel == nullptr || clock != CLOCK_MONOTONIC || call.kernel->monotonic_us == 0) {
-        return Real(&clock_gettime, "clock_gettime")(clock, time);
+    static auto* const real = Real(&clock_gettime, "clock_gettime");
+    const int64_t now = Kernel::monotonic_us;
+    if (clock != CLOCK_MONOTONIC || now == 0) {
+        return real(clock, time);
     }
-    *time = {call.kernel->monotonic_us / 1000000, call.kernel->monotonic_us % 1000000 * 1000};
+    *time = {now / 1000000, now % 1000000 * 1000};
     return 0;
 }
 // Of this program alone: what waits in the libraries goes on with the real one.

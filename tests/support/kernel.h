@@ -12,6 +12,7 @@
 #include <sys/statvfs.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -69,7 +70,9 @@ public:
 
     int64_t clock_us = 1999999;  ///< what gettimeofday says
     int64_t clock_step_us = 0;   ///< what each look at the clock adds to it
-    int64_t monotonic_us = 0;    ///< what CLOCK_MONOTONIC says; 0: the machine's own
+    /// What CLOCK_MONOTONIC says; 0: the machine's own. Outside of the instance: the clock is asked
+    /// in signal handlers, too, and must wait for nobody.
+    inline static std::atomic<int64_t> monotonic_us = 0;
     /// What stat and statvfs say of a path and of all below it; a mode of 0 is what the path is.
     std::map<std::string, struct stat> status;
     std::map<std::string, struct statvfs> space;

@@ -32,7 +32,8 @@ export class Card {
         this.#reason = this.root.appendChild(element('p', 'reason'));
         if (panel.cores) this.#bars = this.root.appendChild(element('div', 'bars'));
         // The inner box has no say in the size: the plot fills what is left and shrinks again.
-        this.#plotBox = this.root.appendChild(element('div', 'plot')).appendChild(element('div', ''));
+        const outer = this.root.appendChild(element('div', 'plot'));
+        this.#plotBox = outer.appendChild(element('div', ''));
         this.#handlers = handlers;
     }
 
@@ -56,17 +57,18 @@ export class Card {
         return box.appendChild(element('dd', ''));
     }
 
-    /** Shows the figures at a row; with the reasons of now, why they are not there, if they are not. */
+    /** Shows the figures at a row. @param reasons why some are not there, or null for the past */
     tell(panel, row, reasons) {
         this.#detail.textContent = visible(panel.detail);
         panel.lines.forEach((line, index) => {
-            const [number, ...unit] = line.format(line.at(row)).split(' ');
-            this.#figures[index].replaceChildren(number, element('span', 'unit', unit.map((word) => ` ${word}`).join('')));
+            const [number, unit = ''] = line.format(line.at(row)).split(' ');
+            this.#figures[index].replaceChildren(number, element('span', 'unit', ` ${unit}`));
         });
         const facts = panel.facts.filter(({now}) => !now || reasons !== null);
         this.#facts.replaceChildren(...facts.flatMap(({label, text}) =>
             [`${label} `, element('bdi', '', text(row)), ' ']));
-        this.#reason.textContent = panel.families.filter((family) => Object.hasOwn(reasons ?? {}, family))
+        this.#reason.textContent = panel.families
+            .filter((family) => Object.hasOwn(reasons ?? {}, family))
             .map((family) => visible(reasons[family])).join('; ');
         if (this.#bars !== null) this.#drawBars(panel.cores, row);
     }

@@ -11,11 +11,13 @@ function scaled(value, step, units) {
     return `${value.toFixed(unit === 0 || value >= 100 ? 0 : 1)} ${units[unit]}`;
 }
 
-const format = (write) => (value) => (value === null || value === undefined ? ABSENT : write(value));
+const format = (write) => (value) => ((value ?? null) === null ? ABSENT : write(value));
 
 export const percent = format((value) => `${value.toFixed(0)} %`);
-export const bitRate = format((value) => scaled(value, 1000, ['bit/s', 'kbit/s', 'Mbit/s', 'Gbit/s', 'Tbit/s']));
-export const bytes = format((value) => scaled(value, 1024, ['B', 'KiB', 'MiB', 'GiB', 'TiB', 'PiB']));
+const BIT_RATES = ['bit/s', 'kbit/s', 'Mbit/s', 'Gbit/s', 'Tbit/s'];
+export const bitRate = format((value) => scaled(value, 1000, BIT_RATES));
+const BYTES = ['B', 'KiB', 'MiB', 'GiB', 'TiB', 'PiB'];
+export const bytes = format((value) => scaled(value, 1024, BYTES));
 export const count = format((value) => value.toFixed(0));
 
 /** For the round numbers of an axis: "50 MiB" instead of "50.0 MiB". */

@@ -97,7 +97,8 @@ function showCondition() {
 
 function showNotes() {
     const {notes = [], failed = [], stale = [], reasons = {}} = state.report ?? {};
-    const told = (family, what) => `${visible(family)} ${what}: ${visible(reasons[family] ?? 'no reason known')}`;
+    const told = (family, what) =>
+        `${visible(family)} ${what}: ${visible(reasons[family] ?? 'no reason known')}`;
     const lines = [...failed.map((family) => ['failed', told(family, 'is not measured')]),
                    ...stale.map((family) => ['stale', told(family, 'is from an earlier cycle')]),
                    ...notes.map((note) => ['note', visible(note)])];
@@ -117,7 +118,9 @@ function colours() {
     const style = getComputedStyle(document.documentElement);
     const colour = (name) => style.getPropertyValue(name).trim();
     return {
-        lines: [colour('--line0'), colour('--line1')], grid: colour('--grid'), mark: colour('--muted'),
+        lines: [colour('--line0'), colour('--line1')],
+        grid: colour('--grid'),
+        mark: colour('--muted'),
         heat: colour('--heat').split(' ').map(Number),
     };
 }
@@ -146,7 +149,8 @@ function placeCards(panels) {
     panels.forEach((panel, index) => {
         if (!cards.has(panel.id)) cards.set(panel.id, new Card(panel, {hover, zoom}));
         const {root} = cards.get(panel.id);
-        if (byId('cards').children[index] !== root) byId('cards').insertBefore(root, byId('cards').children[index] ?? null);
+        const there = byId('cards').children[index] ?? null;
+        if (there !== root) byId('cards').insertBefore(root, there);
     });
 }
 
@@ -156,8 +160,10 @@ function show() {
     tell(panels);
     showNotes();
     byId('follow').hidden = state.zoom === null;
-    if (state.past.last >= 0) document.title = `${byId('host').textContent}: CPU ${percent(panels[0].lines[0].at(state.past.last))}`;
-    if (document.hidden || state.past.last < 0) return;
+    if (state.past.last < 0) return;
+    const busy = panels[0].lines[0].at(state.past.last);
+    document.title = `${byId('host').textContent}: CPU ${percent(busy)}`;
+    if (document.hidden) return;
     const colourSet = colours();
     for (const panel of panels) cards.get(panel.id).draw(panel, state.past, span(), colourSet);
     for (const card of cards.values()) card.select(pointedAt());
@@ -178,11 +184,12 @@ function zoom(from, to) {
     show();
 }
 
-for (const button of document.querySelectorAll('[data-minutes]')) {
+const spanButtons = [...document.querySelectorAll('[data-minutes]')];
+for (const button of spanButtons) {
     button.addEventListener('click', () => {
         state.minutes = Number(button.dataset.minutes);
         state.zoom = null;
-        for (const other of document.querySelectorAll('[data-minutes]')) other.ariaPressed = String(other === button);
+        for (const other of spanButtons) other.ariaPressed = String(other === button);
         show();
     });
 }

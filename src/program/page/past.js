@@ -7,7 +7,8 @@ const FIGURES = {
     receive: ['peak_bytes_per_second'],
     transmit: ['peak_bytes_per_second'],
     interface: ['receive_bytes_per_second', 'transmit_bytes_per_second'],
-    directory: ['busy_percent', 'operations_per_second', 'used_bytes', 'available_bytes', 'total_bytes'],
+    directory: ['busy_percent', 'operations_per_second', 'used_bytes', 'available_bytes',
+        'total_bytes'],
     process: ['cpu_peak_percent', 'busiest_thread_peak_percent', 'resident_mib'],
 };
 const HOUR = 3600 * 1000;
@@ -54,7 +55,8 @@ export class Past {
 
     addHistory(history) {
         this.interval = (history.interval_seconds ?? 1) * 1000;
-        this.#add(history.time.map((time) => time * 1000), history, (figures, figure, i) => figures[figure][i - figures.first]);
+        this.#add(history.time.map((time) => time * 1000), history,
+            (figures, figure, i) => figures[figure][i - figures.first]);
     }
 
     /** Adds the rows that are new; times that miss a report get a row of nulls in between. */
@@ -91,7 +93,8 @@ export class Past {
 
     #trim() {
         const oldest = this.times.at(-1) - HOUR;
-        const excess = Math.min(this.times.findIndex((time) => time >= oldest), this.times.length - KEPT_ROWS);
+        const old = this.times.findIndex((time) => time >= oldest);
+        const excess = Math.min(old, this.times.length - KEPT_ROWS);
         if (excess < TRIMMED_ROWS) return;
         this.times.splice(0, excess);
         for (const column of this.#columns.values()) column.splice(0, excess);

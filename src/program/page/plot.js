@@ -5,12 +5,13 @@ import {drawHeat} from './heat.js';
 const {Dygraph} = window;
 Dygraph.PLUGINS = [Dygraph.Plugins.Grid, Dygraph.Plugins.Axes];
 const DASHES = [null, [7, 4]];
-const {mousedown, dblclick} = Dygraph.defaultInteractionModel;  // not touch: fingers scroll the page
+const {mousedown, dblclick} = Dygraph.defaultInteractionModel;  // fingers scroll the page
 
 function rowsOf(panel, past, first) {
     const rows = [];
     for (let row = first; row < past.times.length; ++row) {
-        rows.push([past.times[row], ...panel.lines.map((line) => (panel.cores ? 0 : line.at(row)))]);
+        const values = panel.cores ? [0] : panel.lines.map((line) => line.at(row));
+        rows.push([past.times[row], ...values]);
     }
     return rows;
 }
@@ -74,26 +75,33 @@ export class Plot {
             axes: {
                 x: {ticker: Dygraph.dateTicker, axisLabelFormatter: Dygraph.dateAxisLabelFormatter,
                     drawGrid: false, pixelsPerLabel: 5 * em},
-                y: {axisLabelFormatter: (value) => this.#panel.axis(value), axisLabelWidth: 5.6 * em,
-                    pixelsPerLabel: Math.max(2 * em, this.#box.clientHeight / 5), labelsKMG2: this.#panel.binary,
-                    ...(this.#panel.cores && {ticker: coreTicks(this.#panel, em), drawGrid: false})},
+                y: {axisLabelFormatter: (value) => this.#panel.axis(value),
+                    axisLabelWidth: 5.6 * em, labelsKMG2: this.#panel.binary,
+                    pixelsPerLabel: Math.max(2 * em, this.#box.clientHeight / 5),
+                    ...(this.#panel.cores && {
+                        ticker: coreTicks(this.#panel, em), drawGrid: false,
+                    })},
             },
         };
     }
 
     #options() {
-        const series = Object.fromEntries(this.#panel.lines.map((line, index) =>
-            [String(index), {strokePattern: DASHES[index], fillGraph: index === 0 && !this.#panel.cores}]));
+        const {cores, lines} = this.#panel;
+        const series = Object.fromEntries(lines.map((line, index) =>
+            [String(index), {strokePattern: DASHES[index], fillGraph: index === 0 && !cores}]));
         return {
             labels: ['time', ...Object.keys(series)], series, strokeWidth: 1.6, fillAlpha: 0.14,
             rightGap: 2, resizable: 'passive', legend: 'never',
             highlightCircleSize: 3, interactionModel: {mousedown, dblclick},
             highlightCallback: (event, x, points, row) => this.#handlers.hover(this.#first + row),
             unhighlightCallback: () => this.#handlers.hover(null),
-            drawHighlightPointCallback: (graph, name, context, x, y, colour) => this.#mark(graph, context, x, y, colour),
+            drawHighlightPointCallback: (graph, name, context, x, y, colour) =>
+                this.#mark(graph, context, x, y, colour),
             zoomCallback: (from, to) => this.#handlers.zoom(from, to),
             underlayCallback: (context, area, graph) => {
-                if (this.#panel.cores) drawHeat(context, area, graph.xAxisRange(), this.#panel.cores, this.#past, this.#colours);
+                if (!cores) return;
+                drawHeat(context, area, graph.xAxisRange(), this.#panel.cores, this.#past,
+                    this.#colours);
             },
         };
     }

@@ -2,6 +2,8 @@
 
 #include <sys/socket.h>
 
+#include <utility>
+
 namespace corvane::program {
 
 namespace {
@@ -55,12 +57,14 @@ void Connections::EndOverdue(Clock::time_point now) {
 }
 
 bool Connections::EndOne(Clock::time_point now) {
+    const auto how_missed = [](const Connection& connection) {
+        return std::pair(!connection.idle, connection.since);
+    };
     Connection* victim = nullptr;
     for (Connection& connection : m_all) {
         const bool candidate =
             !connection.closing && (connection.idle || now - connection.since > GRACE);
-        if (candidate && (victim == nullptr || connection.idle > victim->idle ||
-                          (connection.idle == victim->idle && connection.since < victim->since))) {
+        if (candidate && (victim == nullptr || how_missed(connection) < how_missed(*victim))) {
             victim = &connection;
         }
     }

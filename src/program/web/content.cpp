@@ -87,11 +87,11 @@ Answer Content::GetReport() {
 }
 
 std::string Content::HistoryJson(std::time_t since) const {
-    nlohmann::ordered_json head = {{"host", HostName()}, {"version", CORVANE_VERSION}};
-    head["interval_seconds"] = m_report ? nlohmann::json(m_report->interval_seconds) : nullptr;
-    std::string text = head.dump(-1, ' ', true);
-    text.back() = ',';
-    return text + m_history.Json(since) + "}";
+    // Texts alone: the library's objects allocate when they are destroyed, too.
+    const std::string host = nlohmann::json(HostName()).dump(-1, ' ', true);
+    const std::string interval = m_report ? std::to_string(m_report->interval_seconds) : "null";
+    return R"({"host":)" + host + R"(,"version":")" CORVANE_VERSION R"(","interval_seconds":)" +
+           interval + "," + m_history.Json(since) + "}";
 }
 
 Answer Content::GetHistory(const Request& request) {

@@ -186,7 +186,7 @@ void History::Put(Block& block, Kind kind, const std::string& name,
     const size_t before = (block.times.size() - 1) * figures.size();
     if (row.size() <= before) {  // else two names are the same text
         row.resize(before, NOT_MEASURED);
-        row.insert(row.end(), figures);
+        row.insert(row.end(), figures.begin(), figures.end());
     }
 }
 
