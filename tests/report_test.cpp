@@ -359,7 +359,8 @@ processes/2 null "child" null 4194403 "db" 2 true 4
          [&] {
              m_kernel.Write("/run/db.pid", "1\n");
              m_processes.clear();
-             m_kernel.Write("/proc/" + CHILD + "/stat", CHILD + " (child) Z 1\n");
+             m_kernel.Write("/proc/" + CHILD + "/stat",
+                            CHILD + " (a b) Z 1 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 7\n");
              m_kernel.status["/"].st_dev = makedev(0, 25);
          },
          R"( disk_io:/ is absent: no block device is behind it, as on tmpfs or a network's file system
