@@ -10,7 +10,8 @@ mapfile -t BUILD_PACKAGES < <(
 BUILD_PACKAGES+=(g++)
 PACKAGE_PACKAGES=(build-essential debhelper lintian)
 TEST_PACKAGES=("${PACKAGE_PACKAGES[@]}" libgtest-dev libgmock-dev clang libclang-rt-dev
-    python3 iproute2 strace openssl chromium chromium-driver)
+    python3 strace openssl chromium chromium-driver
+    iproute2 mount e2fsprogs btrfs-progs dmsetup)
 LINT_PACKAGES=(clang-format clang-tidy cppcheck doxygen shellcheck pyflakes3)
 
 # Runs apt-get as root and shows its progress in steps. What else it says is shown when it fails; it
