@@ -4,6 +4,8 @@
 say() { printf '%s\n' "$*" >&2; }
 fail() { say "$(basename "$0"): $*"; exit 1; }
 
+PATH=$PATH:/usr/sbin:/sbin  # which an ordinary user's lacks
+
 # What the build needs stands in debian/control.
 mapfile -t BUILD_PACKAGES < <(
     sed -n '/^Build-Depends:/,/^[A-Z][^B]/s/^ \([a-z0-9.+-]*\).*/\1/p' debian/control | grep -v debhelper)
