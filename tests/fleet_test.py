@@ -46,7 +46,7 @@ class FleetTest(unittest.TestCase):
         for parent in None, ".":  # the first may be in memory
             cls.folder = pathlib.Path(tempfile.mkdtemp(dir=parent)).resolve()
             cls.addClassCleanup(shutil.rmtree, cls.folder)
-            report = subprocess.check_output([PROGRAM, f"--dir={cls.folder}", "--format=json", "1"])
+            report = subprocess.check_output([PROGRAM, f"--dir={cls.folder}", "--format=json"])
             cls.disk = json.loads(report)["directories"][0]["busy_percent"] is not None
             if cls.disk:
                 break
