@@ -56,7 +56,7 @@ class FleetTest(unittest.TestCase):
             (cls.folder / name).write_text(re.sub("(interval|timeout|for): .*", r"\1: 1s", text))
         (odd := cls.folder / "an 'odd' (name)+c.d").mkdir()
         pid = str(os.getpid())
-        full = [f"--dir={odd}", "--dir=/", "--dir=/dev/shm", f"--pid={pid}", "--unit=gone.service",
+        full = [f"--dir={odd}", "--dir=/", "--dir=/dev/shm", f"--pid={pid}", "--pid-file=/gone",
                 "--interface=lo"]  # which is everywhere
         targets = [cls.start(r"http://([^/\s]+)", PROGRAM, "--listen=127.0.0.1:0", *args, "1")
                    for args in (full, ["--compatible", "--no-cores"], [])]
@@ -113,7 +113,7 @@ class FleetTest(unittest.TestCase):
     def test_alerts(self):
         """A directory without a disk and a process that does not run fail nothing."""
         self.check_answered('ALERTS{alertname="CorvaneInstanceDown", instance="127.0.0.1:1"}',
-                            'ALERTS{alertname=~".*NotRunning", process="gone.service"}')
+                            'ALERTS{alertname=~".*NotRunning", process="/gone"}')
         # Not the compatible reading's, for which many machines have no interface and no disk.
         self.check_answered('absent(ALERTS{alertname=~".*(Failing|Stale|Targets|Restarting)", '
                             f'instance=~"|{self.one["instance"]}"}})')
