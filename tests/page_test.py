@@ -146,7 +146,7 @@ class Server(unittest.TestCase):
             self.assert_refused(status, reason, "--listen", "0", *arguments)
 
     def test_clients_that_hold_on(self):
-        with Monitor(files=20) as monitor:
+        with Monitor("--interface", "lo", files=20) as monitor:
             wait_until(monitor.is_measured)
             clients = [socket.create_connection((monitor.host, monitor.port)) for _ in range(60)]
             for client in clients[::2]:

@@ -224,7 +224,9 @@ class Arguments(ProgramTest):
         self.assertIn("--pid PID[,PID]", self.run_program("--help")[0])
         begin = time.monotonic()
         out, err = self.run_program(stdin=None, env={})
-        self.assertEqual((1, ""), (out.count("peaks of the last 1 s"), err))
+        # A container may have no other interface than the loopback and no disk.
+        self.assertRegex(err, r"^(corvane-monitor: (network|directory /): no .*\n)*$")
+        self.assertEqual(1, out.count("peaks of the last 1 s"))
         self.assertGreater(time.monotonic() - begin, 0.9)
         out = self.run_program("--pid", f"{os.getpid()}", "1", "2")[0]
         self.assertEqual(2, out.count("peaks"))
@@ -232,11 +234,12 @@ class Arguments(ProgramTest):
     def test_what_is_watched_by_name_need_not_run(self):
         pid_file = self.path("pid")
         process = self.start("--pid-file", pid_file, "--unit", "no-such", "--format", "json", "1")
-        rows = self.first_report(process)["processes"]
+        report = self.first_report(process)
+        rows = report["processes"]
         self.assertEqual([(pid_file, False, None), ("no-such", False, None)], [
             (row["process"], row["running"], row["cpu_peak_percent"]) for row in rows])
-        self.assertEqual([], [name for name in self.first_report(process)["failed"]
-                              if name.startswith("process")])
+        self.assertEqual([], [name for name in report["failed"] if name.startswith("process")
+                              and "no control groups" not in report["reasons"][name]])
         shutil.copy("/proc/self/stat", pid_file)  # begins with a number
         self.until(lambda: self.reports(process)[-1]["processes"][0]["pid"] == os.getpid(),
                    "the process that the file names")
@@ -372,12 +375,12 @@ class Ending(ProgramTest):
         for arguments in (("1",), ("--format", "json"), ("--help",), ("--version",)):
             with self.subTest(arguments), open("/dev/full", "wb") as full:
                 err = self.run_program(*arguments, status=1, stdout=full)[1]
-                self.assertRegex(err, r"^corvane-monitor: cannot write .*No space left.*\n$")
+                self.assertRegex(err, r"(^|\n)corvane-monitor: cannot write .*No space left.*\n$")
         reader, writer = os.pipe()
         os.close(reader)
         err = self.run_program("1", status=1, stdout=writer)[1]
         os.close(writer)
-        self.assertRegex(err, r"^corvane-monitor: cannot write .*Broken pipe\n$")
+        self.assertRegex(err, r"(^|\n)corvane-monitor: cannot write .*Broken pipe\n$")
         err = self.run_program("1", "1", status=1, preexec_fn=lambda: os.close(1))[1]
         self.assertRegex(err, r"Bad file descriptor\n$")
 

@@ -113,7 +113,8 @@ class Consumer(unittest.TestCase):
         build("all", source, "-DCORVANE_BUILD_METRICS=ON", "-DCORVANE_INSTALL=ON",
               "-DBUILD_SHARED_LIBS=ON", f"-DCMAKE_INSTALL_PREFIX={prefix}",
               f"-DCMAKE_INSTALL_INCLUDEDIR={prefix}/inc", f"-DCMAKE_INSTALL_LIBDIR={prefix}/lib64")
-        self.assertFalse([*(WORK / "all").rglob("*_test*"), *(WORK / "all").rglob("corvane-monitor")])
+        for name in ("*_test*", "corvane-monitor"):  # which may be a folder's name, too
+            self.assertFalse([path for path in (WORK / "all").rglob(name) if path.is_file()])
         self.check("all")
         run("cmake", "--install", WORK / "all")
         self.check_pkg_config(prefix / "lib64/pkgconfig", LD_LIBRARY_PATH=f"{prefix}/lib64")
