@@ -34,7 +34,7 @@ as_root_apt_get() {
             command == "update" { next }
             { step = ($1 == "dlstatus" ? "download" : "installation") " " int($3 / 10) * 10 " %" }
             step != last { print "  " step; fflush(); last = step }' >&2; then
-        tail -n 20 "$log" >&2
+        tail -n 20 "$log" >&2 2>/dev/null || true  # sudo may have refused before
         fail "apt-get $* failed: $log"
     fi
 }
