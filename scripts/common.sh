@@ -34,7 +34,7 @@ as_root_apt_get() {
             command == "update" { next }
             { step = ($1 == "dlstatus" ? "download" : "installation") " " int($3 / 10) * 10 " %" }
             step != last { print "  " step; fflush(); last = step }' >&2; then
-        tail -n 20 "$log" >&2
+        tail -n 20 "$log" >&2 2>/dev/null || true  # sudo may have refused before
         fail "apt-get $* failed: $log"
     fi
 }
@@ -61,10 +61,11 @@ need_prometheus() {
         say "== fetching Prometheus"
         mkdir -p "$folder"
         (cd "$folder" && rm -f ./*.deb && { apt-get download -qq prometheus >/dev/null 2>&1 ||
-            { as_root_apt_get update && apt-get download -qq prometheus >/dev/null; }; }
-            apt-get download -qq promtool >/dev/null 2>&1 # of its own in newer releases only
-            for package in ./*.deb; do dpkg-deb -x "$package" .; done)
-        [[ -x $folder/usr/bin/promtool ]] || fail "could not fetch the package prometheus"
+            { as_root_apt_get update && apt-get download -qq prometheus >/dev/null; }; } && {
+            # Newer releases have promtool in a package of its own.
+            apt-get download -qq promtool >/dev/null 2>&1 || true
+        } && for package in ./*.deb; do dpkg-deb -x "$package" .; done && [[ -x usr/bin/promtool ]]) ||
+            fail "could not fetch the package prometheus"
     fi
     PATH=$PATH:$folder/usr/bin
 }
