@@ -37,6 +37,10 @@ bool ParseThreadTimes(const char* line, ThreadCPUInfo& thread_cpu_info);
 bool ParseProcessStat(const char* text, ProcessCPUInfo& process_cpu_info);
 bool ParseThreadStat(const char* text, ThreadCPUInfo& thread_cpu_info);
 
+/// How long it takes to read a process's file, and when it was read, is told by one of these.
+int64_t WallClockMicroseconds();  ///< a step of the clock is part of it
+int64_t MonotonicMicroseconds();
+
 /// "Key: number unit", as in /proc/meminfo and /proc/PID/status.
 bool ParseKeyValue(const char* line, uint64_t& value);
 
