@@ -626,7 +626,7 @@ private:
                                const char* nic_name);
 
         const char* only_nic_name;  ///< the one interface measured; null: all of them
-        Calc calc;                  ///< rates of one interface
+        Calc calc;                  ///< rates of one interface; compatible reading only
         Store store;                ///< how they enter `network_info_result`
         NetworkInfoResult& network_info_result;
 
@@ -735,6 +735,8 @@ private:
     int32_t CalcProcessCPUPeaks(ProcessCPUFigures& figures, CPUInfo* now_cpu_info,
                                 ProcessCPUInfo* now_process_cpu_info, uint32_t pid, bool refresh,
                                 bool cal_max_thread_cpu, LogCategory* log_handle);
+    void StoreProcessBaselines(const CPUInfo& now_cpu_info, ProcessCPUInfo&& now_process_cpu_info,
+                               uint32_t pid);
     ProcessCPUFigures CalcProcessByMachine(const ProcessCPUBaselines& baselines,
                                            CPUInfo& now_cpu_info,
                                            ProcessCPUInfo& now_process_cpu_info, uint32_t pid,

@@ -17,6 +17,18 @@ constexpr const char* STAT_PATH = "/proc/stat";
 constexpr const char* CPU_WORD = "cpu";    // in every line of a core; by itself: the whole machine
 constexpr size_t MAX_CPU_CORE_NUM = 4096;  // bounds discovery should the stream never end
 
+/// Whether a core stands in the rest of the file. The counts of interrupts are kilobytes of digits
+/// on a large machine: strchr gets over them several times as fast as strstr.
+bool HoldsCore(const char* text) {
+    const size_t length = strlen(CPU_WORD);
+    for (; (text = strchr(text, *CPU_WORD)) != nullptr; ++text) {
+        if (strncmp(text, CPU_WORD, length) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 uint64_t BusyTicks(const CPUInfo& cpu) {
     return cpu.user + cpu.nice + cpu.system + cpu.irq + cpu.softirq;
 }
@@ -210,7 +222,7 @@ int32_t CMonitorPhysicalUtil::CalcKnownCores(uint32_t& machine_figure, bool keep
     }
     char* position = buffer;
     if (m_cpu_core_name.empty()) {
-        return strstr(position, CPU_WORD) == nullptr ? 0 : ReinitCPUInfo(log_handle);
+        return HoldsCore(position) ? ReinitCPUInfo(log_handle) : 0;
     }
     uint32_t sum = 0;
     for (const std::string& core_name : m_cpu_core_name) {
@@ -249,7 +261,7 @@ int32_t CMonitorPhysicalUtil::CalcKnownCores(uint32_t& machine_figure, bool keep
         }
         sum += cpu_utilization;
     }
-    if (strstr(position, CPU_WORD) != nullptr) {
+    if (HoldsCore(position)) {
         return ReinitCPUInfo(log_handle);
     }
     machine_figure = keep_peak ? std::max(machine_figure, sum) : sum;

@@ -69,12 +69,13 @@ char* FindDiskLine(char* proc_diskstats, const char* disk_name) {
     // The shortest prefix whose first occurrence stands before a blank wins. The kernel lists a
     // disk before its partitions, so partitions are measured by their disk: sda1 by sda's line.
     char needle[MONITOR_NAME_LENGTH] = {};
+    char* line = proc_diskstats;
     const size_t length = strnlen(disk_name, MONITOR_NAME_LENGTH - 1);
     for (size_t prefix = 1; prefix <= length; ++prefix) {
         needle[prefix - 1] = disk_name[prefix - 1];
-        char* const line = strstr(proc_diskstats, needle);
+        line = strstr(line, needle);  // a longer prefix cannot stand before a shorter one
         if (line == nullptr) {
-            return nullptr;  // longer prefixes cannot stand where this one does not
+            return nullptr;
         }
         if (line[prefix] == ' ' && CutLine(line) != nullptr) {
             return line;

@@ -37,6 +37,10 @@ bool ParseThreadTimes(const char* line, ThreadCPUInfo& thread_cpu_info);
 bool ParseProcessStat(const char* text, ProcessCPUInfo& process_cpu_info);
 bool ParseThreadStat(const char* text, ThreadCPUInfo& thread_cpu_info);
 
+/// How long it takes to read a process's file, and when it was read, is told by one of these.
+int64_t WallClockMicroseconds();  ///< a step of the clock is part of it
+int64_t MonotonicMicroseconds();
+
 /// "Key: number unit", as in /proc/meminfo and /proc/PID/status.
 bool ParseKeyValue(const char* line, uint64_t& value);
 
@@ -46,6 +50,17 @@ const char* ParseNetworkName(const char* line, char (&nic_name)[MONITOR_NAME_LEN
 
 /// The text behind an interface's colon in /proc/net/dev: numbers 1, 2, 9 and 10.
 bool ParseNetworkCounters(const char* text, NetworkInfo& network_info);
+
+/// Rates between an interface's stored sample and a fresh one.
+struct RateRules {
+    bool report_peaks;           // byte rates: the peaks since the clear, or the current ones
+    bool a_fall_is_0;            // of a figure whose counter fell; else the interface is a new one
+    const char* not_found_text;  // takes the interface's name
+};
+int32_t CalcRatesSince(std::map<std::string, NetworkInfo>& old_network_info,
+                       std::map<std::string, NetworkInfo>::iterator old_sample,
+                       const RateRules& rules, NetworkInfoResult& result, NetworkInfo& now,
+                       uint64_t time_interval, bool refresh, LogCategory* log_handle);
 
 /// A line of the mount table: device and mount point, each cut to 127 characters.
 bool ParseMountLine(const char* line, char (&device)[MONITOR_NAME_LENGTH],
@@ -110,11 +125,14 @@ inline uint64_t Rise(uint64_t old_value, uint64_t now_value) {
 }
 
 /// Writes a row of a list of names, at most the one behind the last; in the memory of the old name.
-inline void SetName(std::vector<std::string>& names, size_t row, const char* name) {
+inline const std::string& SetName(std::vector<std::string>& names, size_t row, const char* name) {
     if (row == names.size()) {
-        names.emplace_back();
+        return names.emplace_back(name);
     }
-    names[row] = name;
+    if (names[row] != name) {
+        names[row] = name;
+    }
+    return names[row];
 }
 
 /// Drops the samples whose keys are not among the names, but for the one called `kept`.

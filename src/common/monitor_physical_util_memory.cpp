@@ -25,7 +25,10 @@ int32_t ReadKeys(const Reading& reading, char* buffer, const MemoryKey (&keys)[N
                  const char* file_path, LogCategory* log_handle) {
     char* position = buffer;
     for (const MemoryKey& key : keys) {
-        char* const line = reading.find_key(position, key.name);
+        char* line = reading.find_key(position, key.name);
+        if (line == nullptr && !reading.keys_in_order) {
+            line = reading.find_key(buffer, key.name);
+        }
         if (line == nullptr && key.optional && reading.memory_is_checked) {
             continue;
         }
@@ -45,7 +48,6 @@ int32_t ReadKeys(const Reading& reading, char* buffer, const MemoryKey (&keys)[N
         }
         if (!reading.keys_in_order) {
             position[-1] = '\n';
-            position = buffer;
         }
     }
     return 0;

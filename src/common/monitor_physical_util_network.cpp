@@ -57,13 +57,6 @@ const char* TextBehindName(const char* occurrence, size_t name_length, const cha
     return name_length < left ? occurrence + name_length + 1 : text_end;
 }
 
-/// Rates between an interface's stored sample and a fresh one.
-struct RateRules {
-    bool report_peaks;           // byte rates: the peaks since the clear, or the current ones
-    bool a_fall_is_0;            // of a figure whose counter fell; else the interface is a new one
-    const char* not_found_text;  // takes the interface's name
-};
-
 int32_t CalcRates(std::map<std::string, NetworkInfo>& old_network_info, const RateRules& rules,
                   NetworkInfoResult* network_info_result, NetworkInfo* now_network_info,
                   const char* nic_name, uint64_t time_interval, bool refresh,
@@ -84,39 +77,8 @@ int32_t CalcRates(std::map<std::string, NetworkInfo>& old_network_info, const Ra
                     nic_name == nullptr ? LOG_NULL_TEXT : nic_name);
         return COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE;
     }
-    NetworkInfo& old = found->second;
-    NetworkInfo& now = *now_network_info;
-    if (!rules.a_fall_is_0 && AnyFell(old, now)) {
-        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, rules.not_found_text, nic_name);
-        if (refresh) {
-            old = now;
-        } else {
-            old_network_info.erase(found);
-        }
-        return COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE;
-    }
-    NetworkInfoResult& result = *network_info_result;
-    result.input_bytes_mb = MegabitsPerSecond(old.input_bytes, now.input_bytes, time_interval);
-    result.output_bytes_mb = MegabitsPerSecond(old.output_bytes, now.output_bytes, time_interval);
-    result.input_packets = PacketsPerSecond(old.input_packets, now.input_packets, time_interval);
-    result.output_packets = PacketsPerSecond(old.output_packets, now.output_packets, time_interval);
-
-    // Peaks rise whether or not the counters are refreshed.
-    uint64_t& input_peak = old.max_network_input_bytes_mb;
-    uint64_t& output_peak = old.max_network_output_bytes_mb;
-    input_peak = std::max(input_peak, result.input_bytes_mb);
-    output_peak = std::max(output_peak, result.output_bytes_mb);
-    if (rules.report_peaks) {
-        result.input_bytes_mb = input_peak;
-        result.output_bytes_mb = output_peak;
-    }
-    if (!refresh) {
-        return 0;
-    }
-    now.max_network_input_bytes_mb = result.input_bytes_mb;
-    now.max_network_output_bytes_mb = result.output_bytes_mb;
-    old = now;
-    return 0;
+    return CalcRatesSince(old_network_info, found, rules, *network_info_result, *now_network_info,
+                          time_interval, refresh, log_handle);
 }
 
 /// Normal cycle: each direction names the interface that first reached the highest rate.
@@ -228,6 +190,44 @@ const char* ParseNetworkName(const char* line, char (&nic_name)[MONITOR_NAME_LEN
     }
     CopyName(nic_name, line, static_cast<size_t>(colon - line));
     return colon + 1;
+}
+
+int32_t CalcRatesSince(std::map<std::string, NetworkInfo>& old_network_info,
+                       std::map<std::string, NetworkInfo>::iterator old_sample,
+                       const RateRules& rules, NetworkInfoResult& result, NetworkInfo& now,
+                       uint64_t time_interval, bool refresh, LogCategory* log_handle) {
+    NetworkInfo& old = old_sample->second;
+    if (!rules.a_fall_is_0 && AnyFell(old, now)) {
+        MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, rules.not_found_text,
+                    old_sample->first.c_str());
+        if (refresh) {
+            old = now;
+        } else {
+            old_network_info.erase(old_sample);
+        }
+        return COMMON_ERR_NOT_FIND_STAT_CACHE_VALUE;
+    }
+    result.input_bytes_mb = MegabitsPerSecond(old.input_bytes, now.input_bytes, time_interval);
+    result.output_bytes_mb = MegabitsPerSecond(old.output_bytes, now.output_bytes, time_interval);
+    result.input_packets = PacketsPerSecond(old.input_packets, now.input_packets, time_interval);
+    result.output_packets = PacketsPerSecond(old.output_packets, now.output_packets, time_interval);
+
+    // Peaks rise whether or not the counters are refreshed.
+    uint64_t& input_peak = old.max_network_input_bytes_mb;
+    uint64_t& output_peak = old.max_network_output_bytes_mb;
+    input_peak = std::max(input_peak, result.input_bytes_mb);
+    output_peak = std::max(output_peak, result.output_bytes_mb);
+    if (rules.report_peaks) {
+        result.input_bytes_mb = input_peak;
+        result.output_bytes_mb = output_peak;
+    }
+    if (!refresh) {
+        return 0;
+    }
+    now.max_network_input_bytes_mb = result.input_bytes_mb;
+    now.max_network_output_bytes_mb = result.output_bytes_mb;
+    old = now;
+    return 0;
 }
 
 int32_t CMonitorPhysicalUtil::InitDefaultNetWorkInfo(LogCategory* log_handle) {

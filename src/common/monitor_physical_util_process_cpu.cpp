@@ -30,7 +30,7 @@ namespace {
 constexpr const char* MACHINE_LINE = "cpu";
 constexpr int64_t SLOW_READ_MICROSECONDS = 10000;
 constexpr int64_t MICROSECONDS_PER_SECOND = 1000000;
-constexpr uint64_t NANOSECONDS_PER_MICROSECOND = 1000;
+constexpr int64_t NANOSECONDS_PER_MICROSECOND = 1000;
 constexpr int32_t MAX_THREAD_PERCENT = 100;
 constexpr int NUMBERS_BEFORE_UTIME = 10;      // fields 4 to 13
 constexpr int NUMBERS_BEFORE_START_TIME = 4;  // fields 18 to 21
@@ -46,10 +46,6 @@ struct DirCloser {
 bool SkipToTimes(const char*& line) {
     return SkipNumbers(line, 1) && SkipWord(line) && SkipWord(line) &&
            SkipNumbers(line, NUMBERS_BEFORE_UTIME);
-}
-
-int64_t MicrosecondsBetween(const timeval& start, const timeval& end) {
-    return (end.tv_sec - start.tv_sec) * MICROSECONDS_PER_SECOND + end.tv_usec - start.tv_usec;
 }
 
 // Differences of running totals wrap modulo 2^64 when a counter fell: one wrong figure, no fault.
@@ -102,13 +98,6 @@ const char* TextBehindCommand(const char* text) {
     return end == nullptr ? nullptr : end + 1;
 }
 
-uint64_t MonotonicMicroseconds() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec * MICROSECONDS_PER_SECOND) +
-           static_cast<uint64_t>(now.tv_nsec) / NANOSECONDS_PER_MICROSECOND;
-}
-
 /// Rounded up; a time that no machine can give in ticks is not above what the type holds.
 int32_t PercentOfTime(uint64_t ticks, uint64_t tick_microseconds, uint64_t elapsed_microseconds) {
     const double percent =
@@ -133,6 +122,18 @@ void KeepPeak(int32_t& value, int64_t& peak) {
 }
 
 }  // namespace
+
+int64_t WallClockMicroseconds() {
+    timeval now = {};
+    gettimeofday(&now, nullptr);
+    return now.tv_sec * MICROSECONDS_PER_SECOND + now.tv_usec;
+}
+
+int64_t MonotonicMicroseconds() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * MICROSECONDS_PER_SECOND + now.tv_nsec / NANOSECONDS_PER_MICROSECOND;
+}
 
 bool ParseProcessTimes(const char* line, ProcessCPUInfo& process_cpu_info) {
     return SkipToTimes(line) && ScanNumber(line, process_cpu_info.user) &&
@@ -176,20 +177,18 @@ int32_t CMonitorPhysicalUtil::GetProcessCPUInfo(ProcessCPUInfo* now_process_cpu_
     char buffer[FILE_BUFFER_LENGTH];
     char file_path[MONITOR_NAME_LENGTH];
     FormatProcessPath(file_path, pid, "stat");
-    timeval start = {};
-    gettimeofday(&start, nullptr);
+    const int64_t start = m_reading->microseconds();
     const int32_t ret = ReadFromFile(buffer, sizeof(buffer), file_path, log_handle, Buffer::Unset);
     if (ret != 0) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_ERROR, "ReadFromFile failed, file: %s.", file_path);
         return ret;
     }
     MONITOR_LOG(log_handle, LOG_PRIORITY_TRACE, "ReadFromFile succeed, file: %s.", file_path);
-    timeval end = {};
-    gettimeofday(&end, nullptr);
+    const int64_t end = m_reading->microseconds();
     if (m_reading->clock_tells_time) {
-        now_process_cpu_info->sampled_at = MonotonicMicroseconds();
+        now_process_cpu_info->sampled_at = static_cast<uint64_t>(end);
     }
-    const int64_t elapsed = MicrosecondsBetween(start, end);
+    const int64_t elapsed = end - start;
     if (elapsed > SLOW_READ_MICROSECONDS) {
         MONITOR_LOG(log_handle, LOG_PRIORITY_WARN, "read %s costtime:%luus", file_path,
                     static_cast<uint64_t>(elapsed));
@@ -372,13 +371,16 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUPeaks(ProcessCPUFigures& figures, CP
     }
     now_process_cpu_info->max_cpu_utilization = figures.process;
     now_process_cpu_info->max_thread_cpu_utilization = figures.thread;
-    // Copied before it is stored: a failed allocation must not move one baseline of the two.
-    ProcessCPUInfo baseline = *now_process_cpu_info;
-    old_process_cpu_info = std::move(baseline);
-    if (!m_reading->clock_tells_time) {
-        m_old_total_cpu_info[pid] = *now_cpu_info;
-    }
     return 0;
+}
+
+void CMonitorPhysicalUtil::StoreProcessBaselines(const CPUInfo& now_cpu_info,
+                                                 ProcessCPUInfo&& now_process_cpu_info,
+                                                 uint32_t pid) {
+    m_old_process_cpu_info[pid] = std::move(now_process_cpu_info);
+    if (!m_reading->clock_tells_time) {
+        m_old_total_cpu_info[pid] = now_cpu_info;
+    }
 }
 
 int32_t CMonitorPhysicalUtil::CalcProcessCPUInfo(int32_t& process_cpu_utilization,
@@ -394,6 +396,11 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUInfo(int32_t& process_cpu_utilizatio
                                             refresh, cal_max_thread_cpu, log_handle);
     process_cpu_utilization = figures.process;
     max_thread_cpu_utilization = figures.thread;
+    if (figures.primed && refresh) {
+        // Copied before it is stored: a failed allocation must not move one baseline of the two.
+        ProcessCPUInfo baseline = *now_process_cpu_info;
+        StoreProcessBaselines(*now_cpu_info, std::move(baseline), pid);
+    }
     return ret;
 }
 
@@ -457,6 +464,9 @@ int32_t CMonitorPhysicalUtil::CalcProcessCPUMonitorInfo(uint32_t pid, LogCategor
     }
     if (figures.too_soon) {
         return 0;
+    }
+    if (figures.primed) {
+        StoreProcessBaselines(now_cpu_info, std::move(now_process_cpu_info), pid);
     }
     StoreFigure(m_process_cpu_result_info, pid, figures.process_measured, figures.process);
     if (cal_max_thread_cpu || !figures.process_measured) {

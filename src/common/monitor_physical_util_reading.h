@@ -88,6 +88,7 @@ struct CMonitorPhysicalUtil::Reading {
     bool (*parse_cpu_line)(const char* line, CPUInfo&);
     uint32_t (*cpu_percent)(const CPUInfo& old_cpu, const CPUInfo& now_cpu);
 
+    int64_t (*microseconds)();
     bool (*parse_process)(const char* text, ProcessCPUInfo&);
     bool (*parse_thread)(const char* text, ThreadCPUInfo&);
     ProcessCPUFigures (Self::*calc_process)(const ProcessCPUBaselines&, CPUInfo& now_cpu_info,
@@ -95,7 +96,7 @@ struct CMonitorPhysicalUtil::Reading {
                                             bool cal_max_thread_cpu);
 
     char* (*find_key)(char* text, const char* key);
-    bool keys_in_order;      // each is searched behind the one before
+    bool keys_in_order;      // one is never searched before the one that was read last
     bool memory_is_checked;  // a missing optional line is 0, more in use than there is a failure
 
     int32_t (Self::*discover_interfaces)(LogCategory*);

@@ -85,18 +85,19 @@ int32_t CMonitorPhysicalUtil::SampleListedCores(std::vector<CPUCoreInfo>& measur
             return COMMON_ERR_LINUX_SYSTEM_CALL_FAIL;
         }
         ++lines;
-        const char* const name = now_cpu_info.cpu_core_name;
-        const auto [old_cpu_info, is_new] = old_cpu_infos.try_emplace(name, now_cpu_info);
-        if (strcmp(name, MACHINE_LINE) == 0) {
+        if (strcmp(now_cpu_info.cpu_core_name, MACHINE_LINE) == 0) {
+            old_cpu_infos.try_emplace(MACHINE_LINE, now_cpu_info);
             continue;  // its baseline moves only when it is asked for
         }
-        SetName(m_cpu_core_name, cores++, name);
-        if (is_new) {
+        const std::string& name = SetName(m_cpu_core_name, cores++, now_cpu_info.cpu_core_name);
+        const auto old_cpu_info = old_cpu_infos.find(name);
+        if (old_cpu_info == old_cpu_infos.end()) {
+            old_cpu_infos.emplace(name, now_cpu_info);
             continue;
         }
         const uint32_t percent = BoundedBusyPercent(old_cpu_info->second, now_cpu_info);
         CPUCoreInfo& core = measured.emplace_back();
-        CopyName(core.cpu_core_name, name);
+        CopyName(core.cpu_core_name, name.c_str());
         core.cpu_utilization = percent;
         if (refresh) {
             now_cpu_info.max_cpu_utilization = percent;

@@ -61,7 +61,8 @@ bool CMonitorPhysicalUtil::IsNicWanted(const char* nic_name, bool only_first) co
 
 bool CMonitorPhysicalUtil::TakeInterface(char*& text, bool only_first, NetworkInfo& network_info,
                                          LogCategory* log_handle) const {
-    network_info = NetworkInfo();
+    network_info.max_network_input_bytes_mb = 0;
+    network_info.max_network_output_bytes_mb = 0;
     while (text != nullptr) {
         char* const line = text;
         text = CutLine(line);
@@ -86,14 +87,14 @@ int32_t CMonitorPhysicalUtil::CalcListedInterfaces(char* raw_network_info,
     const bool is_tiny = cycle.network_interface_infos == nullptr;
     // A new one's baseline is taken with the others', so that one interval fits all.
     const bool takes_baselines = refresh || cycle.old_network_info.empty();
+    const RateRules rules = {!is_tiny, false, "can not get old network info, nic_name: %s."};
     Busiest busiest;
     size_t listed = 0;
     size_t sampled = 0;
     size_t measured = 0;
     NetworkInfo now_network_info;
     while (TakeInterface(raw_network_info, is_tiny, now_network_info, log_handle)) {
-        const std::string name = now_network_info.nic_name;
-        SetName(cycle.nic_names, listed++, name.c_str());
+        const std::string& name = SetName(cycle.nic_names, listed++, now_network_info.nic_name);
         const auto found = cycle.old_network_info.find(name);
         if (found == cycle.old_network_info.end()) {
             if (takes_baselines) {
@@ -105,8 +106,8 @@ int32_t CMonitorPhysicalUtil::CalcListedInterfaces(char* raw_network_info,
         const NetworkInterfaceInfo rates =
             RatesBetween(found->second, now_network_info, time_interval);
         NetworkInfoResult result;
-        if ((this->*cycle.calc)(&result, &now_network_info, name.c_str(), time_interval, refresh,
-                                log_handle) != 0) {
+        if (CalcRatesSince(cycle.old_network_info, found, rules, result, now_network_info,
+                           time_interval, refresh, log_handle) != 0) {
             sampled += refresh ? 1 : 0;  // its counters fell: it is a new one
             continue;
         }

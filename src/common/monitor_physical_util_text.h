@@ -91,11 +91,19 @@ inline bool IsSpace(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
+/// Above 9 when the character is no digit.
+inline uint32_t DigitValue(char c) {
+    return static_cast<uint32_t>(static_cast<unsigned char>(c)) - '0';
+}
+
 inline bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
+    return DigitValue(c) <= 9;
 }
 
 inline const char* SkipSpace(const char* text) {
+    while (*text == ' ') {  // by itself: columns are padded with many
+        ++text;
+    }
     while (IsSpace(*text)) {
         ++text;
     }
@@ -104,7 +112,8 @@ inline const char* SkipSpace(const char* text) {
 
 /// Skips to the end of the word that `text` stands in.
 inline void SkipRestOfWord(const char*& text) {
-    while (*text != '\0' && !IsSpace(*text)) {
+    // Nearly all characters are above the blank, which settles it in one comparison.
+    while (*text > ' ' || (*text != '\0' && !IsSpace(*text))) {
         ++text;
     }
 }
@@ -150,35 +159,46 @@ inline bool ScanName(const char*& text, char (&name)[MONITOR_NAME_LENGTH]) {
     return std::from_chars(first, end, number).ec == std::errc();
 }
 
+/// Skips to the first digit of the next number; false when there is none.
+inline bool SkipToDigits(const char*& text, bool& negative) {
+    const char* first = SkipSpace(text);
+    negative = false;
+    if (!IsDigit(*first)) {
+        negative = *first == '-';
+        if ((!negative && *first != '+') || !IsDigit(*++first)) {
+            return false;
+        }
+    }
+    text = first;
+    return true;
+}
+
 inline bool ScanNumber(const char*& text, uint64_t& value) {
     constexpr uint64_t BASE = 10;
     constexpr ptrdiff_t DIGITS_THAT_FIT = 19;
-    const char* first = SkipSpace(text);
-    const bool negative = *first == '-';
-    if (*first == '-' || *first == '+') {
-        ++first;
-    }
-    const char* end = first;
-    uint64_t number = 0;
-    for (; IsDigit(*end); ++end) {
-        number = number * BASE + static_cast<uint64_t>(*end - '0');
-    }
-    if (end == first) {
+    bool negative = false;
+    if (!SkipToDigits(text, negative)) {
         return false;
     }
-    if (end - first > DIGITS_THAT_FIT && !FitsNumber(first, end)) {
+    const char* const first = text;
+    uint64_t number = 0;
+    for (; IsDigit(*text); ++text) {
+        number = number * BASE + DigitValue(*text);
+    }
+    if (text - first > DIGITS_THAT_FIT && !FitsNumber(first, text)) {
         value = UINT64_MAX;
     } else {
         value = negative ? 0 - number : number;
     }
-    text = end;
     return true;
 }
 
 inline bool SkipNumbers(const char*& text, int count) {
-    uint64_t ignored = 0;
-    while (count > 0 && ScanNumber(text, ignored)) {
-        --count;
+    bool negative = false;
+    for (; count > 0 && SkipToDigits(text, negative); --count) {
+        while (IsDigit(*text)) {
+            ++text;
+        }
     }
     return count == 0;
 }
