@@ -87,7 +87,7 @@ TEST(RealStrict, DirectoriesOnEveryFileSystem) {
             {"/mnt/a b", "truncate -s 16M 1 && mkfs.ext4 -q 1 && mount -o loop 1 'a b'", "loop"},
             {"/mnt/btrfs", "truncate -s 128M 2 && mkfs.btrfs -q 2 && mount -o loop 2 btrfs",
              "loop"},
-            {"/mnt/btrfs/deep", "true", "loop"},
+            {"/mnt/btrfs/deep", "mountpoint btrfs", "loop"},
             {"/mnt/overlay",
              "mkdir u w && mount -t overlay -o lowerdir=/usr,upperdir=u,workdir=w x overlay", ""},
             {"/mnt", "true", ""},
