@@ -3,11 +3,10 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <nlohmann/json.hpp>
 
+#include "json_text.h"
 #include "report_json.h"
 #include "report_metrics.h"
-#include "utf8.h"
 #include "version.h"
 #include "web/page_files.h"
 
@@ -23,7 +22,7 @@ constexpr size_t SHORT_HISTORY = 60;  // reports: a client that was away for lon
 std::string HostName() {
     char name[256] = {};
     gethostname(name, sizeof(name) - 1);
-    return ValidUtf8(name);
+    return name;
 }
 
 /// Figures are out of date at once.
@@ -87,8 +86,7 @@ Answer Content::GetReport() {
 }
 
 std::string Content::HistoryJson(std::time_t since) const {
-    // Texts alone: the library's objects allocate when they are destroyed, too.
-    const std::string host = nlohmann::json(HostName()).dump(-1, ' ', true);
+    const std::string host = JsonText(HostName()).Text();
     const std::string interval = m_report ? std::to_string(m_report->interval_seconds) : "null";
     return R"({"host":)" + host + R"(,"version":")" CORVANE_VERSION R"(","interval_seconds":)" +
            interval + "," + m_history.Json(since) + "}";

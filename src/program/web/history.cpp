@@ -5,9 +5,9 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <set>
 
+#include "json_text.h"
 #include "utf8.h"
 
 namespace corvane::program {
@@ -67,10 +67,6 @@ void AppendFigure(std::string& text, float figure) {
     } else {
         AppendNumber(text, figure);
     }
-}
-
-void AppendName(std::string& text, const std::string& name) {
-    text += nlohmann::json(name).dump(-1, ' ', true);
 }
 
 }  // namespace
@@ -160,7 +156,7 @@ struct History::Span {
             const Row row = Gather({kind, name_of_row});
             if (!row.second.empty()) {
                 text.append("{\"").append(ShapeOf(static_cast<size_t>(kind)).name).append("\":");
-                AppendName(text, name_of_row);
+                text += JsonText(name_of_row).Text();
                 text += ',';
                 Columns(kind, row);
                 text += ',';
