@@ -1,0 +1,35 @@
+// This program's operator new, which can be made to fail. For one source of a program.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+
+#include "kernel.h"
+
+namespace {
+
+// Reached from outside of any class.
+std::atomic<int64_t> live_allocations = 0;
+thread_local int64_t allocations_to_failure = 0;  // 0: none fails
+
+}  // namespace
+
+void* operator new(size_t size) {
+    const bool fails = allocations_to_failure > 0 && !corvane_test::InKernelCall() &&
+                       --allocations_to_failure == 0;
+    void* const memory = fails ? nullptr : malloc(size);
+    live_allocations += memory == nullptr ? 0 : 1;
+    return memory == nullptr ? throw std::bad_alloc() : memory;
+}
+
+// Not inlined: the compiler would see a free without its malloc.
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    live_allocations -= memory == nullptr ? 0 : 1;
+    free(memory);
+}
+
+void operator delete(void* memory, size_t /*size*/) noexcept {
+    operator delete(memory);
+}
