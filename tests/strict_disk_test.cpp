@@ -257,14 +257,13 @@ TEST_F(StrictDisk, DisksThatGoAndCountersThatFall) {
                              anew + "GetDiskIOInfo failed, ret: -3609, file_path: /part.");
     Elapse(10);
     EXPECT_EQ(See(list), "/array md127 5 5; /part sda 1 1");
-    for (const bool single : {true, false}) {
-        kernel.Fail(KernelCall::Read, 1, EIO, 60);
-        EXPECT_EQ(See([&] {
-                      return single ? m->CalcDiskIOMonitorInfo("/part", 1, true, nullptr)
-                                    : m->CalcDiskIOMonitorInfo({"/array"}, 1, true, nullptr);
-                  }),
-                  single ? "FAILED; /part -" : "FAILED; /array -");
-    }
+    const std::string unread =
+        "FAILED; fread failed, file: /proc/diskstats, errno: 5.; ReadFromFile failed, file: "
+        "/proc/diskstats.; GetRawDiskIOInfo failed, ret: -3353.; ";
+    kernel.Fail(KernelCall::Read, 1, EIO, 60);
+    EXPECT_EQ(Measure("/part"), unread + "/part -");
+    kernel.Fail(KernelCall::Read, 1, EIO, 60);
+    EXPECT_EQ(SEE(m->CalcDiskIOMonitorInfo({"/array"}, 1, true, log)), unread + "/array -");
     // No path of NVMe, no array and no disk of a partition that could not be read.
     MakeFolder("/tmp", 0, 31);
     kernel.Fail(KernelCall::Read, 2, EIO, 100);
