@@ -91,8 +91,9 @@ class Browser:
         return self._call("POST", "/execute/sync", {"script": script, "args": list(arguments)})
 
     def console(self):
-        """Messages of the console since the last call."""
-        return [entry["message"] for entry in self._call("POST", "/se/log", {"type": "browser"})]
+        """Messages of the console since the last call, but for those of the browser's own pages."""
+        return [entry["message"] for entry in self._call("POST", "/se/log", {"type": "browser"})
+                if not entry["message"].startswith("chrome://")]
 
     def emulate(self, width, height, scale=1, dark=False):
         """A screen of another size, and light or dark."""

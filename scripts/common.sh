@@ -4,13 +4,16 @@
 say() { printf '%s\n' "$*" >&2; }
 fail() { say "$(basename "$0"): $*"; exit 1; }
 
+PATH=$PATH:/usr/sbin:/sbin  # which an ordinary user's lacks
+
 # What the build needs stands in debian/control.
 mapfile -t BUILD_PACKAGES < <(
     sed -n '/^Build-Depends:/,/^[A-Z][^B]/s/^ \([a-z0-9.+-]*\).*/\1/p' debian/control | grep -v debhelper)
 BUILD_PACKAGES+=(g++)
 PACKAGE_PACKAGES=(build-essential debhelper lintian)
 TEST_PACKAGES=("${PACKAGE_PACKAGES[@]}" libgtest-dev libgmock-dev clang libclang-rt-dev
-    python3 iproute2 strace openssl chromium chromium-driver)
+    python3 strace openssl chromium chromium-driver
+    iproute2 mount e2fsprogs btrfs-progs dmsetup)
 LINT_PACKAGES=(clang-format clang-tidy cppcheck doxygen shellcheck pyflakes3)
 
 # Runs apt-get as root and shows its progress in steps. What else it says is shown when it fails; it
@@ -58,8 +61,10 @@ need_prometheus() {
         say "== fetching Prometheus"
         mkdir -p "$folder"
         (cd "$folder" && rm -f ./*.deb && { apt-get download -qq prometheus >/dev/null 2>&1 ||
-            { as_root_apt_get update && apt-get download -qq prometheus >/dev/null; }; } &&
-            dpkg-deb -x prometheus_*.deb .) || fail "could not fetch the package prometheus"
+            { as_root_apt_get update && apt-get download -qq prometheus >/dev/null; }; }
+            apt-get download -qq promtool >/dev/null 2>&1 # of its own in newer releases only
+            for package in ./*.deb; do dpkg-deb -x "$package" .; done)
+        [[ -x $folder/usr/bin/promtool ]] || fail "could not fetch the package prometheus"
     fi
     PATH=$PATH:$folder/usr/bin
 }

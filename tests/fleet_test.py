@@ -19,6 +19,7 @@ import urllib.parse
 
 PROGRAM = os.path.abspath(sys.argv[1])
 CONTRIB = pathlib.Path(__file__).resolve().parent.parent / "contrib"
+LOAD_OF_DISKS = "corvane_directory_(busy|operations)"
 
 
 def dashboards():
@@ -30,6 +31,7 @@ def dashboards():
 
 
 class FleetTest(unittest.TestCase):
+    disk = True
     @classmethod
     def start(cls, told, *arguments):
         """Starts a program and waits for what it tells on standard error."""
@@ -41,15 +43,21 @@ class FleetTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.folder = pathlib.Path(tempfile.mkdtemp())
-        cls.addClassCleanup(shutil.rmtree, cls.folder)
+        for parent in None, ".":  # the first may be in memory
+            cls.folder = pathlib.Path(tempfile.mkdtemp(dir=parent)).resolve()
+            cls.addClassCleanup(shutil.rmtree, cls.folder)
+            report = subprocess.check_output([PROGRAM, f"--dir={cls.folder}", "--format=json"])
+            cls.disk = json.loads(report)["directories"][0]["busy_percent"] is not None
+            if cls.disk:
+                break
         shutil.copytree(CONTRIB / "prometheus", cls.folder, dirs_exist_ok=True)
         for name in ("scrape.yml", "alerting_rules.yml"):  # in seconds what takes minutes
             text = (cls.folder / name).read_text()
             (cls.folder / name).write_text(re.sub("(interval|timeout|for): .*", r"\1: 1s", text))
         (odd := cls.folder / "an 'odd' (name)+c.d").mkdir()
         pid = str(os.getpid())
-        full = [f"--dir={odd}", "--dir=/", "--dir=/dev/shm", f"--pid={pid}", "--unit=gone.service"]
+        full = [f"--dir={odd}", "--dir=/", "--dir=/dev/shm", f"--pid={pid}", "--pid-file=/gone",
+                "--interface=lo"]  # which is everywhere
         targets = [cls.start(r"http://([^/\s]+)", PROGRAM, "--listen=127.0.0.1:0", *args, "1")
                    for args in (full, ["--compatible", "--no-cores"], [])]
         targets.append("127.0.0.1:1")  # nobody listens
@@ -69,6 +77,8 @@ class FleetTest(unittest.TestCase):
 
     def check_answered(self, *expressions):
         """Each gives series, and so does each metric that it names, within 15 s."""
+        if not self.disk:
+            expressions = [text for text in expressions if not re.search(LOAD_OF_DISKS, text)]
         missing = {*expressions, *re.findall(r"[\w:]*corvane_[\w:]+", " ".join(expressions))}
         end = time.monotonic() + 15
         while missing and time.monotonic() < end:
@@ -103,8 +113,10 @@ class FleetTest(unittest.TestCase):
     def test_alerts(self):
         """A directory without a disk and a process that does not run fail nothing."""
         self.check_answered('ALERTS{alertname="CorvaneInstanceDown", instance="127.0.0.1:1"}',
-                            'ALERTS{alertname=~".*NotRunning", process="gone.service"}')
-        self.check_answered('absent(ALERTS{alertname=~".*(Failing|Stale|Targets|Restarting)"})')
+                            'ALERTS{alertname=~".*NotRunning", process="/gone"}')
+        # Not the compatible reading's, for which many machines have no interface and no disk.
+        self.check_answered('absent(ALERTS{alertname=~".*(Failing|Stale|Targets|Restarting)", '
+                            f'instance=~"|{self.one["instance"]}"}})')
 
     def test_files(self):
         """promtool's opinion, and what Grafana would stumble over."""
@@ -130,4 +142,7 @@ if __name__ == "__main__":
     if not shutil.which("prometheus"):
         print("skipped: prometheus is not installed")
         sys.exit(77)
-    unittest.main(argv=sys.argv[:1] + sys.argv[2:])
+    outcome = unittest.main(argv=sys.argv[:1] + sys.argv[2:], exit=False).result
+    if not FleetTest.disk:
+        print("skipped: expressions of the load of disks: no folder for files is on one here")
+    sys.exit(not outcome.wasSuccessful())

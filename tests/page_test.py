@@ -100,7 +100,7 @@ class Server(ProgramTest):
 
     def test_clients_that_hold_on(self):
         monitor = self.listen(
-            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (20, 20)))
+            "--interface", "lo", preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (20, 20)))
         self.until_measured(monitor)
         clients = [socket.create_connection(monitor.address.split(":")) for _ in range(60)]
         for client in clients[::2]:

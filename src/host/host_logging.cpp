@@ -68,14 +68,15 @@ std::shared_ptr<spdlog::logger> MakeLogger(spdlog::sink_ptr sink) {
 }
 
 /// Kernel text in a record is other people's: no control byte of it may reach a terminal, nor
-/// U+0080 to U+009F, which some terminals take for commands, in UTF-8 or as single bytes.
+/// U+0080 to U+009F, which some terminals take for commands, in UTF-8 or as single bytes. A byte
+/// that UTF-8 does not know begins no character, so that a command behind it is found.
 void ReplaceControlBytes(char* text) {
     bool inside = false;  // of a character of several bytes
     for (; *text != '\0'; ++text) {
         const auto byte = static_cast<unsigned char>(*text);
         const auto next = static_cast<unsigned char>(text[1]);
         const bool first_of_two = byte == 0xC2 && next >= 0x80 && next < 0xA0;
-        if (byte < ' ' || byte == 0x7F || first_of_two ||
+        if (byte < ' ' || byte == 0x7F || byte > 0xF4 || first_of_two ||
             (!inside && byte >= 0x80 && byte < 0xC0)) {
             *text = ' ';
         }

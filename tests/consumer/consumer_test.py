@@ -86,7 +86,8 @@ class Consumer(unittest.TestCase):
               TARGET="help")  # can be configured; the host itself is built below
         build("all", source, "-DCORVANE_BUILD_METRICS=ON", "-DCORVANE_INSTALL=ON",
               "-DBUILD_SHARED_LIBS=ON")
-        self.assertFalse([*(WORK / "all").rglob("*_test*"), *(WORK / "all").rglob("corvane-monitor")])
+        for name in ("*_test*", "corvane-monitor"):  # which may be a folder's name, too
+            self.assertFalse([path for path in (WORK / "all").rglob(name) if path.is_file()])
         self.check("all")
         run("cmake", "--install", WORK / "all", "--prefix", WORK / "shared")
         self.check_pkg_config(WORK / "shared")

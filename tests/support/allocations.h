@@ -24,6 +24,15 @@ void* operator new(size_t size) {
     return memory == nullptr ? throw std::bad_alloc() : memory;
 }
 
+// For the library's temporary buffers: the sanitizer's own would go past the one above.
+void* operator new(size_t size, const std::nothrow_t& /*how*/) noexcept {
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 // Not inlined: the compiler would see a free without its malloc.
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     live_allocations -= memory == nullptr ? 0 : 1;

@@ -219,6 +219,12 @@ FILE* Call::Open(const char* path, bool with_descriptor) const {
     return fopencookie(new OpenFile(file), "r", functions);
 }
 
+/// Whether the standard file streams made a call.
+bool AreStreams(const void* caller) {
+    Dl_info of_caller = {};
+    return dladdr(caller, &of_caller) != 0 && strstr(of_caller.dli_fname, "libstdc++") != nullptr;
+}
+
 /// A walk through a folder; passes for the C library's.
 struct OpenFolder {
     std::set<std::string> names = {".", ".."};
@@ -286,12 +292,13 @@ using namespace corvane_test;  // NOLINT(google-build-using-namespace): this fil
 extern "C" {
 
 FILE* fopen(const char* path, const char* mode) {
+    const bool by_streams = AreStreams(__builtin_return_address(0));
     const Call call(path);
     return call.kernel == nullptr || mode[0] != 'r' ? Real(&fopen, "fopen")(path, mode)
-                                                    : call.Open(path, false);
+                                                    : call.Open(path, by_streams);
 }
 
-// Where the standard file streams open.
+// Where the standard file streams of older libraries open.
 FILE* fopen64(const char* path, const char* mode) {
     const Call call(path);
     return call.kernel == nullptr || mode[0] != 'r' ? Real(&fopen64, "fopen64")(path, mode)
