@@ -22,12 +22,9 @@ constexpr uint64_t UNREAD = 0x5555555555555555;
 template <typename Parse>
 void CheckNumbers(const std::string& line, const char* format,
                   const std::vector<uint64_t*>& numbers, const Parse& parse) {
-    constexpr size_t MOST = 11;
-    uint64_t n[MOST];
-    std::fill_n(n, MOST, UNREAD);
-    for (uint64_t* const number : numbers) {
-        *number = UNREAD;
-    }
+    uint64_t n[11];
+    std::fill(std::begin(n), std::end(n), UNREAD);
+    std::for_each(numbers.begin(), numbers.end(), [](uint64_t* number) { *number = UNREAD; });
     const int read = sscanf(line.c_str(), format, &n[0], &n[1], &n[2], &n[3], &n[4], &n[5], &n[6],
                             &n[7], &n[8], &n[9], &n[10]);
     FUZZ_CHECK(parse(line.c_str()) == (read == static_cast<int>(numbers.size())), line.c_str());
@@ -36,48 +33,35 @@ void CheckNumbers(const std::string& line, const char* format,
     }
 }
 
-/// The line's first word, as a name holds it; nothing when there is none.
-std::string FirstName(const std::string& line) {
-    char name[MONITOR_NAME_LENGTH] = {};
-    sscanf(line.c_str(), "%127s", name);
-    return name;
-}
-
 void CheckNamedLines(const std::string& line) {
     CPUInfo cpu;
     DiskIOInfo disk;
-    const std::string name = FirstName(line);
+    char name[MONITOR_NAME_LENGTH] = {};
+    sscanf(line.c_str(), "%127s", name);
     // A word that is cut continues as the next field.
-    const std::string rest = line.substr(std::min(line.find(name) + name.size(), line.size()));
+    const std::string rest = line.substr(std::min(line.find(name) + strlen(name), line.size()));
     CheckNumbers(
         rest, "%lu %lu %lu %lu %lu %lu %lu",
         {&cpu.user, &cpu.nice, &cpu.system, &cpu.idle, &cpu.iowait, &cpu.irq, &cpu.softirq},
         [&](const char*) { return ParseCPULine(line.c_str(), cpu); });
-    FUZZ_CHECK(cpu.cpu_core_name == name, line.c_str());
+    FUZZ_CHECK(strcmp(cpu.cpu_core_name, name) == 0, line.c_str());
     CheckNumbers(rest, "%lu %lu %lu %lu %lu %lu %lu %lu %lu %lu %lu",
                  {&disk.reads_completed, &disk.reads_merged, &disk.sectors_read,
                   &disk.time_spent_reading, &disk.writes_completed, &disk.writes_merged,
                   &disk.sectors_written, &disk.time_spent_writing, &disk.ios_currently_in_progress,
                   &disk.time_spent_doing_ios, &disk.weighted_time_spent_doing_ios},
                  [&](const char*) { return ParseDiskLine(line.c_str(), disk); });
-    FUZZ_CHECK(disk.device_name == name, line.c_str());
+    FUZZ_CHECK(strcmp(disk.device_name, name) == 0, line.c_str());
     CheckNumbers(rest, "%lu %lu %lu %lu", {&cpu.user, &cpu.nice, &cpu.system, &cpu.idle},
                  [&](const char*) { return ParseCoreLine(line.c_str(), cpu); });
 }
 
-/// The finders of the strict reading find what they say, and its parsers of words read no further.
+/// The finders of the strict reading find what they say.
 void CheckWords(const std::string& line) {
-    std::string array;
-    std::vector<std::string> members;
-    MountEntry mount;
-    FUZZ_CHECK(!ParseArrayLine(line.c_str(), array, members) || array.substr(0, 2) == "md",
-               line.c_str());
-    FUZZ_CHECK(!ParseMountEntry(line.c_str(), mount) || !mount.file_system.empty(), line.c_str());
     std::string text = "7 7 x 1\n" + line + "\n7 8 sda 1\n";
     const char* const by_name = FindDeviceLine(text.data(), "sda");
-    const char* const by_number = FindDeviceLine(text.data(), 7, 8);
     FUZZ_CHECK(by_name != nullptr && strncmp(by_name, "sda ", 4) == 0, line.c_str());
-    FUZZ_CHECK(by_number != nullptr, line.c_str());
+    FUZZ_CHECK(FindDeviceLine(text.data(), 7, 8) != nullptr, line.c_str());
 }
 
 void CheckLine(const std::string& line) {
@@ -108,19 +92,17 @@ void CheckLine(const std::string& line) {
 }
 
 void CheckMountLine(const std::string& line) {
-    char device[MONITOR_NAME_LENGTH] = {};
-    char mount_point[MONITOR_NAME_LENGTH] = {};
-    const bool complete = ParseMountLine(line.c_str(), device, mount_point);
+    char found[2][MONITOR_NAME_LENGTH] = {};
+    const bool complete = ParseMountLine(line.c_str(), found[0], found[1]);
     // sscanf has no way to cut a word and skip its rest, so the words are cut out here.
     std::string words[] = {std::string(line.size() + 1, '\0'), std::string(line.size() + 1, '\0')};
-    FUZZ_CHECK(complete == (sscanf(line.c_str(), "%s %s", words[0].data(), words[1].data()) == 2),
-               line.c_str());
-    FUZZ_CHECK(
-        !complete || words[0].substr(0, MONITOR_NAME_LENGTH - 1).c_str() == std::string(device),
-        line.c_str());
-    FUZZ_CHECK(!complete ||
-                   words[1].substr(0, MONITOR_NAME_LENGTH - 1).c_str() == std::string(mount_point),
-               line.c_str());
+    const int read = sscanf(line.c_str(), "%s %s", words[0].data(), words[1].data());
+    FUZZ_CHECK(complete == (read == 2), line.c_str());
+    for (const int i : {0, 1}) {
+        FUZZ_CHECK(!complete ||
+                       words[i].substr(0, MONITOR_NAME_LENGTH - 1).c_str() == std::string(found[i]),
+                   line.c_str());
+    }
 }
 
 }  // namespace

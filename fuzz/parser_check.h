@@ -17,8 +17,7 @@
 
 namespace corvane_fuzz {
 
-/// Aborts when a parser and sscanf read a line of the text differently. Looks at the first lines
-/// only.
+/// Aborts when a parser and sscanf read one of the text's first lines differently.
 void CheckParsers(std::string_view text);
 
 }  // namespace corvane_fuzz

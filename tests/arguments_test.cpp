@@ -1,5 +1,5 @@
 // What operations refuse, each argument alone: status and text, no file read, nothing changed.
-#include <regex>
+#include <cctype>
 #include <type_traits>
 
 #include "host.h"
@@ -11,41 +11,58 @@ using namespace CorvaneCommon;
 
 class Arguments : public HostTest {
 protected:
-    /// Expects a text for a null, 0 or "" in each argument's place. In it "name!" is short for
-    /// "name is NULL", "name?" for "name is NULL or name's length is 0", and "name#" for "name: "
-    /// with the value of the next argument.
-    template <typename RefusedCall, typename... Good>
-    void Refuses(const std::string& text, const RefusedCall& call, Good... good) {
-        const auto with = [&](auto& argument, const auto& value) {
-            const auto kept = std::exchange(argument, value);
-            std::string expected =
-                std::regex_replace(text, std::regex("(\\w+)\\?"), "$1! or $1's length is 0");
-            expected = std::regex_replace(expected, std::regex("(\\w+)!"), "$1 is NULL");
-            expected = (text.rfind("FAILED", 0) == 0 ? "" : "WRONG; ") + expected;
-            (Fill(expected, good), ...);
-            const std::string seen = See([&] { return call(good..., 0, 0); });
-            EXPECT_EQ(std::regex_replace(seen, std::regex("0x[0-9a-f]+"), "PTR"), expected);
-            argument = kept;
-        };
-        const auto with_empty_text = [&](auto& argument) {
-            if constexpr (std::is_same_v<decltype(argument), const char*&>) {
-                with(argument, "");
-            }
-        };
-        (with(good, Good()), ...);
-        (with_empty_text(good), ...);
-    }
+    struct Argument {
+        void* at;
+        size_t size;
+        bool is_pointer;
+        bool is_text;
 
-    template <typename Value>
-    static void Fill(std::string& text, Value value) {
-        std::ostringstream shown;
-        if constexpr (std::is_pointer_v<Value>) {
-            shown << ": " << (value == nullptr ? "(nil)" : "PTR");
-        } else {
-            shown << ": " << value;
+        const char* Value() const {
+            const char* value = nullptr;  // or a number of up to as many bytes
+            memcpy(&value, at, size);
+            return value;
         }
-        text = std::regex_replace(text, std::regex("#"), shown.str(),
-                                  std::regex_constants::format_first_only);
+        std::string Shown() const {
+            char text[32];
+            is_pointer ? snprintf(text, sizeof(text), "%p", static_cast<const void*>(Value()))
+                       : snprintf(text, sizeof(text), "%lu", reinterpret_cast<uintptr_t>(Value()));
+            return text;
+        }
+    };
+
+    /// Expects a text for a null, 0 or "" in each argument's place.
+    template <typename RefusedCall, typename... Good>
+    void Refuses(const char* text, const RefusedCall& call, Good... good) {
+        Try(text, [&] { return call(good..., 0, 0); },
+            {{&good, sizeof(good), std::is_pointer_v<Good>, std::is_same_v<Good, const char*>}...});
+    }
+    void Try(const char* text, const Call& call, const std::vector<Argument>& arguments) {
+        for (const Argument& argument : arguments) {
+            const char* const kept = argument.Value();
+            for (const char* const refused : {static_cast<const char*>(nullptr), ""}) {
+                if (refused == nullptr || argument.is_text) {
+                    memcpy(argument.at, &refused, argument.size);
+                    const std::string expected = Spelled(text, arguments);
+                    EXPECT_EQ(See(call), expected);
+                }
+            }
+            memcpy(argument.at, &kept, argument.size);
+        }
+    }
+    /// "name!" is short for "name is NULL", "name?" for "name is NULL or name's length is 0", and
+    /// "name#" for "name: " with the value of the next argument.
+    static std::string Spelled(const std::string& text, const std::vector<Argument>& arguments) {
+        std::string full = text.rfind("FAILED", 0) == 0 ? "" : "WRONG; ";
+        std::string name;
+        auto next = arguments.begin();
+        for (const char c : text) {
+            full += c == '!'   ? " is NULL"
+                    : c == '?' ? " is NULL or " + name + "'s length is 0"
+                    : c == '#' ? ": " + (next++)->Shown()
+                               : std::string(1, c);
+            name = isalpha(c) != 0 || c == '_' ? name + c : "";
+        }
+        return full;
     }
 };
 

@@ -112,14 +112,6 @@ TEST_F(Cpu, TheTinyCycleFollowsTheLatestFigureOnItsOwnBaselines) {
     EXPECT_EQ(SEE(m->ClearCPUPhasedCacheValueForTinyCycle(log)), "tiny cpu 1 0");
     EXPECT_EQ(SEE(m->ClearCPUPhasedCacheValue(log)), "cpu 1 0");
     EXPECT_EQ(inside->old_cpu_info["cpu0"].max_cpu_utilization, 0U);
-    // A core without a sample ends the pass behind those before it.
-    Boot(Stat("cpu0 0 0, cpu1 0 0"));
-    inside->old_tiny_cpu_info.erase("cpu1");
-    const std::string no_sample =
-        "NO SAMPLE; can not get old cpu info, cpu_core_name: cpu1.; CalcCPUInfo failed, ret: "
-        "-3609, cpu_core_name: cpu1.";
-    Replay(tiny, {{Stat("cpu0 7 0, cpu1 7 0"), no_sample}, {{}, no_sample}});
-    EXPECT_EQ(inside->old_tiny_cpu_info["cpu0"].user, 7U);
 }
 
 TEST_F(Cpu, OneLineIsMeasuredAgainstTheNormalBaseline) {

@@ -6,6 +6,7 @@ Exits with 77 when everything was skipped. Runs as any user, in any environment.
 """
 import ctypes
 import fcntl
+import http.client
 import json
 import os
 import pty
@@ -14,6 +15,8 @@ import resource
 import select
 import shutil
 import signal
+import socket
+import ssl
 import struct
 import subprocess
 import sys
@@ -22,7 +25,6 @@ import termios
 import time
 import unicodedata
 import unittest
-import urllib.request
 
 PROGRAM = os.path.abspath(sys.argv.pop(1)) if len(sys.argv) > 1 else sys.exit(__doc__)
 os.environ["PATH"] = os.environ.get("PATH", os.defpath) + ":/usr/sbin:/sbin"
@@ -70,12 +72,6 @@ def read(path):
         return file.read()
 
 
-def columns(line):
-    """What a line takes on a terminal."""
-    return sum(0 if unicodedata.category(c) in ("Mn", "Me") else
-               2 if unicodedata.east_asian_width(c) in "WF" else 1 for c in line)
-
-
 def drawn(terminal, seconds):
     """What is written within some time, or until the other side is closed."""
     end, text = time.monotonic() + seconds, b""
@@ -104,19 +100,18 @@ class ProgramTest(unittest.TestCase):
         self.addCleanup(process.kill)
         return process
 
-    def start(self, *arguments, command=(PROGRAM,), **settings):
+    def start(self, *arguments, **settings):
         """The program, with its outputs in files: read them with output() and errors()."""
         names = [tempfile.mkstemp(dir=self.folder)[1] for _ in range(2)]
         with open(names[0], "wb") as out, open(names[1], "wb") as err:
             settings = {"stdout": out, "stderr": err, **settings}
-            process = self.spawn(*command, *arguments, **settings)
+            process = self.spawn(PROGRAM, *arguments, **settings)
         process.out, process.err = names
         return process
 
-    def start_in_namespace(self, change, *arguments, **settings):
+    def start_in_namespace(self, change, *arguments):
         try:
-            return self.start(*arguments, preexec_fn=in_namespace(change), close_fds=False,
-                              **settings)
+            return self.start(*arguments, preexec_fn=in_namespace(change), close_fds=False)
         except (subprocess.SubprocessError, OSError) as error:
             raise unittest.SkipTest("mounts in a namespace of its own are not possible here") from error
 
@@ -156,25 +151,32 @@ class ProgramTest(unittest.TestCase):
     def first_report(self, process):
         return self.until(lambda: self.reports(process), "a first report")[0]
 
-    def listen(self, *arguments):
-        """Starts the program; gives the process, with .address"""
-        process = self.start("--listen", "127.0.0.1:0", *arguments, "1")
-        told = self.until(lambda: re.search(r"http://([^/ ]+)", self.errors(process)), "an address")
-        process.address = told[1]
+    def listen(self, *arguments, address="127.0.0.1:0", **settings):
+        """Starts the program; gives the process, with .scheme, .host, .port and .address"""
+        process = self.start("--listen", address, *arguments, "1", **settings)
+        told = self.until(lambda: re.search(r"page on (https?)://((.*):(\d+))/,",
+                                            self.errors(process)), "an address")
+        process.scheme, process.address, process.host, process.port = told.groups()
         return process
 
     @staticmethod
-    def get(url):
-        direct = urllib.request.build_opener(urllib.request.ProxyHandler({}))
-        with direct.open(url, timeout=10) as answer:
-            return answer.read().decode()
+    def ask(process, path, method="GET", **headers):
+        """Status, headers and body."""
+        place = (process.host.strip("[]"), int(process.port))
+        if process.scheme == "https":
+            connection = http.client.HTTPSConnection(
+                *place, timeout=10, context=ssl._create_unverified_context())
+        else:
+            connection = http.client.HTTPConnection(*place, timeout=10)
+        with_dashes = {name.replace("_", "-"): value for name, value in headers.items()}
+        connection.request(method, path, headers=with_dashes)
+        answer = connection.getresponse()
+        body = answer.read()
+        connection.close()
+        return answer.status, answer.headers, body
 
-    def scrape(self, process):
-        """The metrics, once there is a report."""
-        def measured():
-            text = self.get(f"http://{process.address}/metrics")
-            return text if "\ncorvane_up 1\n" in text else None
-        return self.until(measured, "a report")
+    def until_measured(self, process):
+        self.until(lambda: self.ask(process, "/report.json")[0] == 200, "a report")
 
     def named_process(self, name):
         """The kernel names a process by its file."""
@@ -219,27 +221,18 @@ class Arguments(ProgramTest):
                 self.assertRegex(err, r"^corvane-monitor: .*\n$")
                 self.assertIn(named, err)
 
-    def test_texts_and_number_of_reports(self):
+    def test_without_arguments(self):
         self.assertRegex(self.run_program("--version")[0], r"^corvane-monitor \d+\.\d+\.\d+\n$")
-        self.assertIn("--pid PID[,PID]", self.run_program("--help")[0])
-        begin = time.monotonic()
         out, err = self.run_program(stdin=None, env={})
         # A container may have no other interface than the loopback and no disk.
         self.assertRegex(err, r"^(corvane-monitor: (network|directory /): no .*\n)*$")
         self.assertEqual(1, out.count("peaks of the last 1 s"))
-        self.assertGreater(time.monotonic() - begin, 0.9)
-        out = self.run_program("--pid", f"{os.getpid()}", "1", "2")[0]
-        self.assertEqual(2, out.count("peaks"))
 
     def test_what_is_watched_by_name_need_not_run(self):
         pid_file = self.path("pid")
         process = self.start("--pid-file", pid_file, "--unit", "no-such", "--format", "json", "1")
-        report = self.first_report(process)
-        rows = report["processes"]
-        self.assertEqual([(pid_file, False, None), ("no-such", False, None)], [
-            (row["process"], row["running"], row["cpu_peak_percent"]) for row in rows])
-        self.assertEqual([], [name for name in report["failed"] if name.startswith("process")
-                              and "no control groups" not in report["reasons"][name]])
+        self.assertEqual([(pid_file, False), ("no-such", False)], [
+            (row["process"], row["running"]) for row in self.first_report(process)["processes"]])
         shutil.copy("/proc/self/stat", pid_file)  # begins with a number
         self.until(lambda: self.reports(process)[-1]["processes"][0]["pid"] == os.getpid(),
                    "the process that the file names")
@@ -248,8 +241,8 @@ class Arguments(ProgramTest):
 class Figures(ProgramTest):
     def test_figures_are_the_kernels(self):
         busy = self.spawn(sys.executable, "-c", "while True: pass")
-        last = json.loads(self.run_program("--format", "json", "--cores", "--dir", "/", "--pid",
-                                           f"{busy.pid}", "1", "3")[0].split("\n")[2])
+        arguments = ("--cores", "--dir", "/", "--dir", "/proc", "--pid", f"{busy.pid}", "1", "2")
+        last = json.loads(self.run_program("--format", "json", *arguments)[0].split("\n")[1])
         cores = read("/proc/stat").count("\ncpu")
         self.assertEqual((cores, cores), (last["cpu"]["core_number"], len(last["cpu"]["cores"])))
         self.assertIn(last["cpu"]["peak_percent"], range(1, 100 * cores + 1))
@@ -258,67 +251,46 @@ class Figures(ProgramTest):
         self.assertIn(row["busiest_thread_peak_percent"], range(1, 101))
         resident = int(re.search(r"VmRSS:\s+(\d+)", read(f"/proc/{busy.pid}/status"))[1])
         self.assertAlmostEqual(resident / 1024, row["resident_mib"], delta=1)
-        memory = re.findall(r"(\w+):\s+(\d+)", read("/proc/meminfo"))
-        memory = {name: int(kib) for name, kib in memory}
-        self.assertEqual(memory["MemTotal"] // 1024, last["memory"]["total_mib"])
-        used = (memory["MemTotal"] + memory["Shmem"] - memory["MemFree"] - memory["Buffers"]
-                - memory["Cached"])
-        self.assertAlmostEqual(used, last["memory"]["used_mib"] * 1024,
-                               delta=memory["MemTotal"] / 10 + 200000)
-        space, row = os.statvfs("/"), last["directories"][0]
-        self.assertEqual(space.f_blocks * space.f_frsize, row["total_bytes"])
-        self.assertAlmostEqual(space.f_bavail * space.f_frsize, row["available_bytes"],
+        total = int(re.search(r"MemTotal:\s+(\d+)", read("/proc/meminfo"))[1])
+        self.assertEqual(total // 1024, last["memory"]["total_mib"])
+        self.assertIn(last["memory"]["used_mib"], range(row["resident_mib"], total // 1024))
+        space, (root, proc) = os.statvfs("/"), last["directories"]
+        self.assertEqual(space.f_blocks * space.f_frsize, root["total_bytes"])
+        self.assertAlmostEqual(space.f_bavail * space.f_frsize, root["available_bytes"],
                                delta=2**31)
+        self.assertIsNone(proc["busy_percent"])
+        self.assertNotIn("disk_io:/proc", last["failed"])
         self.assertEqual(set(os.listdir("/sys/class/net")) - {"lo", "bonding_masters"},
                          {row["name"] for row in last["network"]["interfaces"]})
+        named = self.run_program("--interface", "lo", "--format", "json")[0]
+        self.assertEqual(["lo"], [row["name"] for row in json.loads(named)["network"]["interfaces"]])
 
-    def test_an_interface_by_name_and_a_directory_without_a_disk(self):
-        arguments = ("--interface", "lo", "--dir", "/proc", "--dir", "/")
-        report = json.loads(self.run_program(*arguments, "--format", "json")[0])
-        self.assertEqual(["lo"], [row["name"] for row in report["network"]["interfaces"]])
-        self.assertNotIn("disk_io:/proc", report["failed"])
-        self.assertIsNone(report["directories"][0]["busy_percent"])
-        self.assertRegex(self.run_program(*arguments)[0], r"\n/proc +none +none +none ")
 
-    def test_a_process_that_ends(self):
-        watched = self.spawn(tool("sleep"), "60")
-        process = self.start("--pid", f"{watched.pid},{os.getpid()}", "--format", "json", "1")
-        self.assertTrue(self.first_report(process)["processes"][0]["running"])
-        watched.kill()
-        watched.wait()
-        gone = self.until(lambda: [report for report in self.reports(process)
-                                   if not report["processes"][0]["running"]], "its end")[-1]
-        self.assertIsNone(gone["processes"][0]["cpu_peak_percent"])
-        self.assertIsNotNone(gone["processes"][1]["resident_mib"])
-        time.sleep(2)
-        self.assertLessEqual(self.errors(process).count(f"{watched.pid}"), 1)
-
-    def test_a_process_that_ends_while_it_is_read(self):
-        strace, watched = tool("strace"), self.spawn(tool("sleep"), "60")
-        if subprocess.run([strace, "-o", "/dev/null", tool("true")], capture_output=True).returncode:
-            self.skipTest("processes may not be traced here")
-        environment = {"ASAN_OPTIONS": "detect_leaks=0"}  # which is not for traced processes
-        for name in ("comm", "stat", "status"):
-            self.run_program("--pid", f"{watched.pid}", "1", "1", env=environment, command=(
-                strace, "-f", "-o", "/dev/null", "-P", f"/proc/{watched.pid}/{name}", "-e",
-                "inject=read:error=ESRCH:when=1", PROGRAM))
-
-    def test_a_hidden_process_is_not_said_to_have_gone(self):
-        if os.getuid() != 0:
-            self.skipTest("needs root to hide a process from another user")
-        program = shutil.copy(PROGRAM, self.folder)
-
-        def hide():
-            mount("proc", "/proc", "proc", 0, "hidepid=2")
-            os.setgid(65534)
-            os.setuid(65534)
-
-        watched = self.spawn(tool("sleep"), "60")
-        process = self.start_in_namespace(hide, "--pid", f"{watched.pid}", "--format", "json", "1",
-                                          command=(program,))
-        report = self.first_report(process)
-        self.assertIn(f"process_cpu:{watched.pid}", report["failed"])
-        self.assertNotIn("does not exist", self.output(process) + self.errors(process))
+    def test_traffic_and_writes_show(self):
+        folder = "." if os.access(".", os.W_OK) else self.folder
+        name = self.enterContext(tempfile.NamedTemporaryFile(dir=folder)).name
+        file = os.open(name, os.O_WRONLY | os.O_DSYNC)  # past the cache
+        arguments = ("--dir", folder, "--format", "json", "1", "3")
+        strict = self.start("--interface", "lo", *arguments)
+        compatible = self.start("--compatible", *arguments)
+        begin, count = time.monotonic(), 0
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+            while strict.poll() is None or compatible.poll() is None:
+                sender.sendto(bytes(972), ("127.0.0.1", 9))  # 1000 with the headers of UDP and IP
+                os.pwrite(file, bytes(4096), 0)
+                count += 1
+        os.close(file)
+        each_second = count / (time.monotonic() - begin) / 2  # others want the machine, too
+        loopback = self.reports(strict)[-1]["network"]["interfaces"][0]
+        for direction in ("receive", "transmit"):
+            self.assertGreater(loopback[direction + "_packets_per_second"], each_second)
+            self.assertGreater(loopback[direction + "_bytes_per_second"], 1000 * each_second)
+        for process in (strict, compatible):
+            row = self.reports(process)[-1]["directories"][0]
+            if not os.path.exists(f"/sys/class/block/{row['disk']}"):
+                self.skipTest(folder + " is on no disk")
+            self.assertGreater(row["operations_per_second"], each_second)
+            self.assertIn(row["busy_percent"], range(1, 101))
 
 
 class Ending(ProgramTest):
@@ -401,7 +373,6 @@ class Ending(ProgramTest):
         last = self.reports(processes[0])[-1]
         self.assertIsNone(last["memory"]["used_mib"])
         self.assertIn("memory", last["failed"])
-        self.assertIn("memory", last["reasons"])
         for process in processes:
             self.ends(process, signal.SIGTERM)
 
@@ -433,17 +404,11 @@ class Names(ProgramTest):
             self.assertNotIn(unicodedata.category(character), ("Cc", "Cf", "Cs", "Zl", "Zp"),
                              repr(text))
 
-    def test_table_and_notes(self):
-        out, err = self.run_program(*self.arguments, "1", "2")
+    def test_table_notes_and_log(self):
+        out, err = self.run_program(*self.arguments, "--log-level", "trace", "1", "2")
         self.assert_harmless(out + err)
         self.assertIn(' ?[2J"', out)
-        for line in out.split("\n"):
-            self.assertLessEqual(columns(line), 80, line)
         self.assertEqual(2 * len(self.directories), out.count(self.folder[:20]))
-
-    def test_log(self):
-        err = self.run_program(*self.arguments, "--log-level", "trace", "1", "1")[1]
-        self.assertNotRegex(err, r"[\x00-\x09\x0b-\x1f\x7f-\x9f\udc80-\udcff]")
 
     def test_terminal(self):
         for environment, sequence in (({"NO_COLOR": "1"}, "none"), ({}, r"\x1b\[(0|1|31)m")):
@@ -467,7 +432,8 @@ class Names(ProgramTest):
 
     def test_metrics(self):
         process = self.listen(*self.arguments)
-        text = self.scrape(process)
+        self.until_measured(process)
+        text = self.ask(process, "/metrics")[2].decode()
         self.assertEqual(len(self.directories), text.count("\ncorvane_directory_size_bytes{"))
         err = self.run_program("--listen", process.address, status=1)[1]
         self.assertRegex(err, r"^corvane-monitor: cannot listen on .*\n$")
@@ -522,14 +488,13 @@ class LiveView(ProgramTest):
         text = drawn(terminal, 2.5)
         for part in ("CPU", "Memory", f"{busy.pid}"):
             self.assertIn(part, text)
-        for rows, width in ((12, 40), (5, 20), (1, 1), (100, 300), (24, 80)):
-            self.resize(terminal, rows, width)
+        self.resize(terminal, 12, 40)
 
-            def fits():
-                places = re.findall(r"\x1b\[(\d+)(?:;\d+)?[Hd]", drawn(terminal, 0.7))
-                return (places or rows <= 5) and all(int(row) <= rows for row in places)
+        def fits():
+            places = re.findall(r"\x1b\[(\d+)(?:;\d+)?[Hd]", drawn(terminal, 0.7))
+            return places and all(int(row) <= 12 for row in places)
 
-            self.until(fits, f"a screen of {rows} rows")
+        self.until(fits, "a smaller screen")
         os.write(terminal, b"q")
         self.ends(process)
         self.assertIn("\x1b[?1049l", drawn(terminal, 0.2), "the screen from before")
@@ -562,9 +527,13 @@ class LiveView(ProgramTest):
         os.close(follower)
 
 
-if __name__ == "__main__":
+def main():
     outcome = unittest.main(exit=False, verbosity=2).result
     for test, reason in outcome.skipped:
         print(f"skipped: {test}: {reason}")
     nothing_ran = outcome.testsRun > 0 and len(outcome.skipped) == outcome.testsRun
     sys.exit(not outcome.wasSuccessful() or (77 if nothing_ran else 0))
+
+
+if __name__ == "__main__":
+    main()

@@ -62,28 +62,36 @@ std::shared_ptr<const Report> Wait(const MonitorService& service, const Report* 
 }
 
 TEST(Settings, ThatMakeNoSense) {
-    const auto with = [](auto change) {
-        ServiceSettings settings = EachSecond();
-        change(settings);
-        return Complaint(settings);
-    };
     using Kind = ProcessTarget::Kind;
-    EXPECT_EQ(with([](auto& s) { s.report_interval = 0s; }),
-              "the report interval is 0 s; it must be from 1 s to a day");
-    EXPECT_EQ(with([](auto& s) { s.tiny_cycle = 2s; }),
-              "the tiny cycle, 2 s, is longer than the report interval, 1 s");
-    EXPECT_EQ(with([](auto& s) {
-                  s.processes = {{Kind::Pid, "12x"}};
-              }),
-              "not a process number: 12x");
-    EXPECT_EQ(with([](auto& s) {
-                  s.processes = {{Kind::Unit, "a/b"}};
-              }),
-              "not the name of a unit: a/b");
-    EXPECT_EQ(with([](auto& s) { s.directories = {""}; }), "a directory is empty or holds a NUL");
-    EXPECT_EQ(with([](auto& s) { s.interfaces = {"eth0"}, s.compatible = true; }),
-              "the compatible reading chooses its interfaces itself");
-    EXPECT_EQ(with([](auto& s) { s.directories = {"/", "/"}; }), "");
+    const struct {
+        const char* complaint;
+        void (*change)(ServiceSettings& s);
+    } cases[] = {
+        {"the report interval is 0 s; it must be from 1 s to a day",
+         [](auto& s) { s.report_interval = 0s; }},
+        {"the tiny cycle, 2 s, is longer than the report interval, 1 s",
+         [](auto& s) { s.tiny_cycle = 2s; }},
+        {"not a process number: 12x",
+         [](auto& s) {
+             s.processes = {{Kind::Pid, "12x"}};
+         }},
+        {"not the name of a unit: a/b",
+         [](auto& s) {
+             s.processes = {{Kind::Unit, "a/b"}};
+         }},
+        {"a directory is empty or holds a NUL", [](auto& s) { s.directories = {""}; }},
+        {"the compatible reading chooses its interfaces itself",
+         [](auto& s) { s.interfaces = {"eth0"}, s.compatible = true; }},
+        {"",
+         [](auto& s) {
+             s.directories = {"/", "/"};
+         }},
+    };
+    for (const auto& c : cases) {
+        ServiceSettings settings = EachSecond();
+        c.change(settings);
+        EXPECT_EQ(Complaint(settings), c.complaint);
+    }
 }
 
 TEST(Service, ReadersCallbacksAndMetrics) {

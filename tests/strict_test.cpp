@@ -41,7 +41,7 @@ TEST_F(Strict, CoresThatBothSamplesHold) {
              "NO SAMPLE; can not get old cpu info of any core.; cpu 1 100; tiny cpu 1 0"},
             {{{"/proc/stat", "cpu0 18446744073709551615 0 0 99999999999999999999999\n"}},
              "cores cpu0 50"}});
-    kernel.FailReads("/proc/stat", 9);
+    kernel.Fail(KernelCall::Read, 1, EIO, 9);
     EXPECT_EQ(SEE(m->CalcCPUMonitorInfoForTinyCycle(true, nullptr)), "FAILED");
 }
 
@@ -69,11 +69,6 @@ TEST(StrictProcess, FieldsAreCountedFromTheLastParenthesis) {
                       process.system_wait * 10 + process.start_time,
                   12345U)
             << name;
-    }
-    const std::string line = ProcessStatText(7, "a", 1, 2);
-    for (const char* const cut : {"7", "(", ")", "S", "1 2", "20 0 4 0"}) {
-        ThreadCPUInfo thread;
-        EXPECT_FALSE(ParseThreadStat(line.substr(0, line.find(cut)).c_str(), thread)) << cut;
     }
 }
 
@@ -199,8 +194,21 @@ TEST_F(Strict, InterfacesThatComeAndGo) {
     };
     EXPECT_EQ(by_name("new"), "interface 1 0 0 0 - -");
     EXPECT_EQ(by_name("en").rfind("WRONG", 0), 0U);
-    kernel.FailReads("/proc/net/dev", 70);
+    kernel.Fail(KernelCall::Read, 1, EIO, 70);
     EXPECT_EQ(SEE(m->CalcNetworkMonitorInfo(1, true, nullptr)), "FAILED; interfaces");
+}
+
+TEST_F(Strict, FilesBeyondTheBufferOfTheCompatibleReading) {
+    const auto after = [](uint64_t seconds) {
+        std::vector<Core> cores;
+        for (uint64_t i = 0; i < 1024; ++i) {
+            const uint64_t busy = i % 100;
+            cores.push_back({"cpu" + std::to_string(i), busy * seconds, (100 - busy) * seconds});
+        }
+        return KernelFiles{{"/proc/stat", StatText(cores)}};
+    };
+    Choose(after(1));
+    EXPECT_EQ(AFTER(after(2), m->CalcCPUMonitorInfoForTinyCycle(true, log)), "tiny cpu 1024 49776");
 }
 
 TEST_F(Strict, InterfacesThatAreNamedAndTheTinyCycles) {

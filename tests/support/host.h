@@ -1,8 +1,4 @@
 // A host on a made-up machine, that says in words what a call changed.
-//
-//   Boot(Stat("cpu0 0 0, cpu1 0 0"));
-//   EXPECT_EQ(AFTER(Stat("cpu0 90 10, cpu1 70 30"), m->CalcCPUMonitorInfo(true, log)), "cpu 2
-//   160");
 #pragma once
 
 #include <gtest/gtest.h>
@@ -114,8 +110,7 @@ private:
 
 class HostTest : public testing::Test, protected Host {};
 
-/// "WRONG" for bad arguments, "FAILED" for a system call, "NO SAMPLE", "NO DEVICE"; else the
-/// number.
+/// "WRONG" for bad arguments, "FAILED" for a system call, "NO SAMPLE", "NO DEVICE", or a number.
 std::string StatusName(int32_t status);
 
 }  // namespace corvane_test

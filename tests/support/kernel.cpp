@@ -202,7 +202,7 @@ FILE* Call::Open(const char* path, bool with_descriptor) const {
     const Kernel::Node* const node = Find(resolved);
     OpenFile file = {std::make_shared<std::string>(), 0, EISDIR};
     if (node != nullptr && node->kind == Kernel::File) {
-        file = {node->text, node->text->size(), node->reads_fail ? EIO : 0};
+        file = {node->text, node->text->size(), 0};
     }
     if (Fails(KernelCall::Read)) {
         const Kernel::Fault& fault = kernel->faults[static_cast<size_t>(KernelCall::Read)];
@@ -249,9 +249,9 @@ Kernel::~Kernel() {
     released.notify_all();
 }
 
-void Kernel::Put(const std::string& path, Kind kind, std::string_view text, bool reads_fail) {
+void Kernel::Put(const std::string& path, Kind kind, std::string_view text) {
     const std::lock_guard<std::mutex> lock(the_mutex);
-    nodes[path] = {kind, std::make_shared<const std::string>(text), reads_fail};
+    nodes[path] = {kind, std::make_shared<const std::string>(text)};
 }
 
 void Kernel::Write(const KernelFiles& files) {
@@ -269,13 +269,6 @@ void Kernel::Remove(const std::string& path) {
 
 void Kernel::Fail(KernelCall call, int nth, int error_number, size_t bytes_before) {
     faults[static_cast<size_t>(call)] = {nth, error_number, bytes_before};
-}
-
-void Kernel::FailReads(const std::string& path, size_t bytes_before) {
-    const auto node = nodes.find(path);
-    if (node != nodes.end() && node->second.kind == File) {
-        Put(path, File, node->second.text->substr(0, bytes_before), true);
-    }
 }
 
 void Kernel::Hang(const std::string& path) {

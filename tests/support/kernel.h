@@ -55,8 +55,6 @@ public:
     /// Makes the n-th call of a kind from now on (1: the next) fail with an error number. A read
     /// that fails does so after `bytes_before` bytes of its file; a standard file stream's at once.
     void Fail(KernelCall call, int nth, int error_number, size_t bytes_before = 0);
-    /// Makes every read of a file fail after so many bytes, until it is written again.
-    void FailReads(const std::string& path, size_t bytes_before);
     /// No call fails any more.
     void Heal() { faults = {}; }
     /// Calls with the path, or one below it, do not return until another one hangs, or none ("").
@@ -83,7 +81,6 @@ public:
     struct Node {
         Kind kind;
         std::shared_ptr<const std::string> text;  // of a file; a link's target
-        bool reads_fail;                          // behind the text
     };
     struct Fault {
         int countdown = 0;  // 0: none; 1: the next call
@@ -98,7 +95,7 @@ public:
     int open = 0;
 
 private:
-    void Put(const std::string& path, Kind kind, std::string_view text, bool reads_fail = false);
+    void Put(const std::string& path, Kind kind, std::string_view text);
 };
 
 }  // namespace corvane_test

@@ -19,8 +19,6 @@ struct MonitorPhysicalUtilTestPeer {
     }
     CORVANE_TEST_OPERATION(ReadFromFile)
     CORVANE_TEST_OPERATION(GetRealFilePath)
-    CORVANE_TEST_OPERATION(CloseFd)
-    CORVANE_TEST_OPERATION(ClosePipeFd)
     CORVANE_TEST_OPERATION(InitDefaultCPUInfo)
     CORVANE_TEST_OPERATION(GetRawCPUInfo)
     CORVANE_TEST_OPERATION(GetCPUInfo)
@@ -49,8 +47,6 @@ struct MonitorPhysicalUtilTestPeer {
     decltype(monitor.m_cpu_core_name)& cpu_core_name = monitor.m_cpu_core_name;
     decltype(monitor.m_old_cpu_info)& old_cpu_info = monitor.m_old_cpu_info;
     decltype(monitor.m_old_cpu_info)& old_tiny_cpu_info = monitor.m_old_tiny_cycle_cpu_info;
-    decltype(monitor.m_process_cpu_result_info)& tiny_thread_results =
-        monitor.m_process_max_thread_cpu_result_info_for_tiny_cycle;
     decltype(monitor.m_old_disk_io_info)& old_disk_io_info = monitor.m_old_disk_io_info;
     decltype(monitor.m_dir_to_disk_map)& dir_to_disk_map = monitor.m_dir_to_disk_map;
     decltype(monitor.m_raid_to_disk_map)& raid_to_disk_map = monitor.m_raid_to_disk_map;
