@@ -242,7 +242,6 @@ class Figures(ProgramTest):
         last = json.loads(self.run_program("--format", "json", *arguments)[0].split("\n")[1])
         cores = read("/proc/stat").count("\ncpu")
         self.assertEqual((cores, cores), (last["cpu"]["core_number"], len(last["cpu"]["cores"])))
-        self.assertIn(last["cpu"]["peak_percent"], range(1, 100 * cores + 1))
         row = last["processes"][0]
         self.assertIn(row["cpu_peak_percent"], range(1, 121))
         self.assertIn(row["busiest_thread_peak_percent"], range(1, 101))
@@ -257,8 +256,6 @@ class Figures(ProgramTest):
                                delta=2**31)
         self.assertEqual(set(os.listdir("/sys/class/net")) - {"lo", "bonding_masters"},
                          {row["name"] for row in last["network"]["interfaces"]})
-        named = self.run_program("--interface", "lo", "--format", "json")[0]
-        self.assertEqual(["lo"], [row["name"] for row in json.loads(named)["network"]["interfaces"]])
 
     def test_traffic_and_writes_show(self):
         folder = "." if os.access(".", os.W_OK) else self.folder
@@ -275,7 +272,7 @@ class Figures(ProgramTest):
                 count += 1
         os.close(file)
         each_second = count / (time.monotonic() - begin) / 2  # others want the machine, too
-        loopback = self.reports(strict)[-1]["network"]["interfaces"][0]
+        loopback, = self.reports(strict)[-1]["network"]["interfaces"]
         for direction in ("receive", "transmit"):
             self.assertGreater(loopback[direction + "_packets_per_second"], each_second)
             self.assertGreater(loopback[direction + "_bytes_per_second"], 1000 * each_second)
@@ -492,6 +489,10 @@ class Names(ProgramTest):
         out, err = self.run_program(*self.arguments, "--log-level", "trace", "1", "2")
         self.assert_harmless(out + err)
         self.assertIn(' ?[2J"', out)
+        for line in out.split("\n"):
+            widths = [0 if unicodedata.combining(character) else
+                      1 + (unicodedata.east_asian_width(character) in "WF") for character in line]
+            self.assertLessEqual(sum(widths), 80, line)
         self.assertEqual(2 * len(self.directories), out.count(self.folder[:20]))
 
     def test_terminal(self):
