@@ -207,7 +207,6 @@ class Arguments(ProgramTest):
                 ("not an interface's name", "--interface", "x" * 16),
                 ("--interface", "--compatible", "--interface", "lo"),
                 ("--cycle: not a whole", "--cycle", "0"), ("longer than", "--cycle", "5", "1"),
-                ("--cores excludes --no-cores", "--cores", "--no-cores"),
                 ("xml (table, json)", "--format", "xml"), ("--format", "--format="),
                 ("--watch excludes --listen", "--watch", "--listen", "9464"),
                 ("not a log level: loud (off,", "--log-level", "loud"),
