@@ -79,8 +79,8 @@ protected:
                                uint64_t start = 100) {
         KernelFiles files = {{"/proc/1/stat", ProcessStatText(PID, "a b", ticks, 0, 0, 0, start)}};
         for (size_t i = 0; i < threads.size(); ++i) {
-            files["/proc/1/task/" + std::to_string(i + 1) + "/stat"] =
-                ProcessStatText(PID, "GC Thread#0", 0, threads[i], 0, 0, start);
+            files["/proc/1/task/" + std::to_string(i + 1) + "/stat"] = ProcessStatText(
+                PID, "GC Thread#0", threads[i] / 3, threads[i] - threads[i] / 3, 0, 0, start);
         }
         return files;
     }
