@@ -6,12 +6,15 @@
 #include <spdlog/spdlog.h>
 #include <strings.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <memory>
 #include <mutex>
 #include <utility>
 #include <vector>
+
+#include "utf8.h"
 
 /// Standard error, or whoever asked for the records.
 class HostLogRedirection : public spdlog::sinks::base_sink<std::mutex> {
@@ -67,21 +70,32 @@ std::shared_ptr<spdlog::logger> MakeLogger(spdlog::sink_ptr sink) {
     return logger;
 }
 
-/// Kernel text in a record is other people's: no control byte of it may reach a terminal, nor
-/// U+0080 to U+009F, which some terminals take for commands, in UTF-8 or as single bytes. A byte
-/// that UTF-8 does not know begins no character, so that a command behind it is found.
-void ReplaceControlBytes(char* text) {
-    bool inside = false;  // of a character of several bytes
-    for (; *text != '\0'; ++text) {
-        const auto byte = static_cast<unsigned char>(*text);
-        const auto next = static_cast<unsigned char>(text[1]);
-        const bool first_of_two = byte == 0xC2 && next >= 0x80 && next < 0xA0;
-        if (byte < ' ' || byte == 0x7F || byte > 0xF4 || first_of_two ||
-            (!inside && byte >= 0x80 && byte < 0xC0)) {
-            *text = ' ';
+/// Whether a character may do to a terminal what its reader does not see: control characters, in
+/// Unicode up to U+009F; those without a width, and those that turn the direction of writing.
+bool IsTreacherous(uint32_t code) {
+    constexpr std::pair<uint32_t, uint32_t> RANGES[] = {
+        {0, 0x1F},        {0x7F, 0x9F},       {0xAD, 0xAD},
+        {0x61C, 0x61C},   {0x180E, 0x180E},   {0x200B, 0x200F},
+        {0x2028, 0x202E}, {0x2060, 0x206F},   {0xFEFF, 0xFEFF},
+        {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F}, {corvane::NOT_UTF8, corvane::NOT_UTF8}};
+    return std::any_of(std::begin(RANGES), std::end(RANGES), [code](const auto& range) {
+        return code >= range.first && code <= range.second;
+    });
+}
+
+/// Kernel text in a record is other people's: what must not reach a terminal becomes a blank.
+std::string Harmless(const std::string& record) {
+    std::string text;
+    for (size_t position = 0; position < record.size();) {
+        const corvane::Utf8Character character = corvane::DecodeUtf8(record, position);
+        if (IsTreacherous(character.code)) {
+            text += ' ';
+        } else {
+            text.append(record, position, character.length);
         }
-        inside = byte >= 0x80 && *text != ' ';
+        position += character.length;
     }
+    return text;
 }
 
 }  // namespace
@@ -150,8 +164,7 @@ void CategoryLogV(LogCategory* category, int32_t priority, const char* file, int
         vsnprintf(text.data(), text.size(), format, again);
     }
     va_end(again);
-    ReplaceControlBytes(text.data());
     const auto* const host_category = static_cast<const HostLogCategory*>(category);
     host_category->Logger().log(spdlog::level::info, "{} {}:{} {}: {}", LogPriorityName(priority),
-                                file, line, function, text.data());
+                                file, line, function, Harmless(text.data()));
 }
